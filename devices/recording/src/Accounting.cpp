@@ -164,7 +164,7 @@ Slot* DeviceState::Lookup(Op op, std::uint64_t handle, ResourceKind kind)
         return nullptr;
     }
     if (static_cast<ResourceKind>(slot.resource.index()) != kind) {
-        Error(op, who + ": wrong kind, the handle names a " +
+        Error(op, who + ": wrong kind, the handle names a live " +
                       ToString(static_cast<ResourceKind>(slot.resource.index())));
         return nullptr;
     }
