@@ -387,7 +387,7 @@ TEST(RecordingGpu, InvalidHandleAndNullMapFaultsFailQuietly)
     EXPECT_EQ(gpu.Ops({Op::CreateBuffer, Op::MapBuffer}),
               (std::vector<Op>{Op::CreateBuffer, Op::CreateBuffer, Op::MapBuffer, Op::MapBuffer}));
     EXPECT_EQ(gpu.Calls(Op::CreateBuffer)[1]->result, ~std::uint64_t{0});
-    EXPECT_THAT(gpu.Dump(), HasSubstr("1 CreateBuffer() -> invalid [faulted]"));
+    EXPECT_THAT(gpu.Dump(), HasSubstr("1 CreateBuffer({4 bytes, flags 0x21}) -> invalid Buffer handle [faulted]"));
     EXPECT_EQ(gpu.Problems(), "");
 }
 
