@@ -25,6 +25,14 @@ constexpr char clearVertex[] = "\nvoid main()\n    {\n    float x = float($Verte
 
 class ShaderClear : public DeviceTest {
 protected:
+    // Release before the base checks the device for leaks.
+    void TearDown() override
+    {
+        views_.clear();
+        images_.clear();
+        DeviceTest::TearDown();
+    }
+
     // A render target that can also be copied out for reading back.
     RtvId Target(Format format, std::uint32_t samples = 1)
     {
