@@ -164,24 +164,6 @@ TEST_P(ShaderClear, CachesOneShaderPerTypeAndOnePipelinePerFormatAndSampleCount)
               std::string::npos);
 }
 
-TEST_P(ShaderClear, CallerHeldCachesOwnWhatTheyCreate)
-{
-    RtvId const target = Target(Format::R8G8B8A8);
-    {
-        ShaderCache shaders;
-        PsoCache pipelines;
-        ClearImage(Gpu(), shaders, pipelines, target, 0.0f, 0.0f, 0.0f, 0.0f);
-        ClearImage(Gpu(), shaders, pipelines, target, 1.0f, 1.0f, 1.0f, 1.0f);
-        EXPECT_EQ(shaders.size(), 1u);
-        EXPECT_EQ(pipelines.size(), 1u);
-        if (Recording() != nullptr) {
-            EXPECT_EQ(Recording()->LiveCount(ResourceKind::Shader), 1u);
-            EXPECT_EQ(Recording()->LiveCount(ResourceKind::Pipeline), 1u);
-        }
-    }
-    // TearDown reports anything the maps failed to release.
-}
-
 TEST_P(ShaderClear, ThrowingDeviceLeavesNothingBehind)
 {
     RtvId const target = Target(Format::R8G8B8A8);
