@@ -188,6 +188,7 @@ int RunDemo(DemoOptions const& options)
     Image thumbnail = MakeImage(gpu, thumbSize, Format::R8G8B8A8, 1,
                                 ImageUsage::RenderTarget | ImageUsage::CopySource | ImageUsage::HostRead,
                                 "thumbnail image");
+    ThrowIfDeviceFailed(gpu, "the image creation");
     View colorTarget = MakeTargetView(gpu, msaaColor.Get());
     View depthTarget = MakeTargetView(gpu, msaaDepth.Get());
 

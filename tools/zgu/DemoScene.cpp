@@ -15,7 +15,9 @@ namespace {
 using namespace Rendering;
 
 // Row i of the matrix is dotted with the position, so the vertex stage needs
-// only dot products.
+// only dot products. Only the vertex stage declares the buffer (it hands the
+// light on): the GL device names a buffer's block per stage, and GLSL will not
+// link two blocks that declare the same member names.
 constexpr char const* ConstantsDeclaration =
     "CBUFFER(constant_buffer, 0) { float4 row0; float4 row1; float4 row2; float4 row3; float4 light; };\n";
 
@@ -23,11 +25,13 @@ constexpr char const* LitVertexBody = R"(
 [in float3 pos : position]
 [in float3 nrm : normal]
 [out float3 n : normal_ws]
+[out float3 l : light_ws]
 void main()
 {
     float4 p = float4($pos$, 1.0);
     $Position$ = float4(dot(row0, p), dot(row1, p), dot(row2, p), dot(row3, p));
     $n$ = $nrm$;
+    $l$ = light.xyz;
 }
 )";
 
@@ -35,11 +39,12 @@ void main()
 // directional light over an ambient floor.
 constexpr char const* LitFragmentBody = R"(
 [in float3 n : normal_ws]
+[in float3 l : light_ws]
 [out float4 color : 0]
 void main()
 {
     float3 unit = normalize($n$);
-    float diffuse = max(dot(unit, light.xyz), 0.0);
+    float diffuse = max(dot(unit, $l$), 0.0);
     float3 tint = float3(0.55, 0.5, 0.45) + unit * 0.4;
     $color$ = float4(tint * (0.3 + 0.7 * diffuse), 1.0);
 }
@@ -79,10 +84,14 @@ Vec Normalized(Vec a)
 }
 
 template <typename Id, typename Owner>
-ScopedResource<Id, Owner> Checked(Owner& owner, Id id, char const* what)
+ScopedResource<Id, Owner> Checked(Gl::GlDevice const& device, Owner& owner, Id id, char const* what)
 {
-    if (!id.IsValid())
-        throw Failure(std::string("the GL device could not create the demo's ") + what);
+    if (!id.IsValid()) {
+        std::string message = std::string("the GL device could not create the demo's ") + what;
+        if (!device.Errors().empty())
+            message += ": " + device.Errors().back();
+        throw Failure(message);
+    }
     return ScopedResource<Id, Owner>(&owner, id);
 }
 
@@ -131,29 +140,29 @@ DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const
     std::vector<std::uint32_t> const indexList = prepared.GlobalIndices();
     indexCount_ = static_cast<std::uint32_t>(indexList.size());
 
-    vertices_ = Checked(static_cast<IResourceFactory&>(gpu),
+    vertices_ = Checked(gpu, static_cast<IResourceFactory&>(gpu),
                         gpu.CreateBuffer({static_cast<std::uint32_t>(interleaved.size() * sizeof(float)),
                                           BufferUsage::Vertex},
                                          interleaved.data()),
                         "vertex buffer");
-    indices_ = Checked(static_cast<IResourceFactory&>(gpu),
+    indices_ = Checked(gpu, static_cast<IResourceFactory&>(gpu),
                        gpu.CreateBuffer({static_cast<std::uint32_t>(indexList.size() * sizeof(std::uint32_t)),
                                          BufferUsage::Index},
                                         indexList.data()),
                        "index buffer");
     Constants const initial{};
-    constants_ = Checked(static_cast<IResourceFactory&>(gpu),
+    constants_ = Checked(gpu, static_cast<IResourceFactory&>(gpu),
                          gpu.CreateBuffer({sizeof(Constants), BufferUsage::Constant | BufferUsage::Dynamic}, &initial),
                          "constant buffer");
 
     ShaderDescription lit;
     lit.vertex = std::string(ConstantsDeclaration) + LitVertexBody;
-    lit.fragment = std::string(ConstantsDeclaration) + LitFragmentBody;
-    litShader_ = Checked(static_cast<IGpu&>(gpu), gpu.CreateShader(lit), "lit shader");
+    lit.fragment = LitFragmentBody;
+    litShader_ = Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreateShader(lit), "lit shader");
     ShaderDescription depthClear;
     depthClear.vertex = FullScreenVertex;
     depthClear.fragment = DepthClearFragment;
-    depthClearShader_ = Checked(static_cast<IGpu&>(gpu), gpu.CreateShader(depthClear), "depth-clear shader");
+    depthClearShader_ = Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreateShader(depthClear), "depth-clear shader");
 
     PipelineStateDescription drawState;
     drawState.inputLayout[0] = {PositionSemantic, 0, Format::R32G32B32F, 0, 0, 0};
@@ -162,7 +171,7 @@ DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const
     drawState.renderTargetFormats[0] = colorFormat;
     drawState.depthStencilFormat = depthFormat;
     drawState.sampleCount = sampleCount;
-    litPipeline_ = Checked(static_cast<IGpu&>(gpu), gpu.CreatePipelineState(drawState), "draw pipeline");
+    litPipeline_ = Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreatePipelineState(drawState), "draw pipeline");
 
     PipelineStateDescription clearState;
     clearState.shader = depthClearShader_.Get();
@@ -170,7 +179,7 @@ DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const
     clearState.depthStencilFormat = depthFormat;
     clearState.sampleCount = sampleCount;
     depthClearPipeline_ =
-        Checked(static_cast<IGpu&>(gpu), gpu.CreatePipelineState(clearState), "depth-clear pipeline");
+        Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreatePipelineState(clearState), "depth-clear pipeline");
 }
 
 void DemoScene::SetCamera(Matrix const& viewProjection, std::array<float, 3> lightDirection)
@@ -190,7 +199,7 @@ void DemoScene::ClearDepth(RtvId depth)
 void DemoScene::Draw(RtvId color, RtvId depth)
 {
     BindingState bindings;
-    bindings.constantBuffers[0] = {constants_.Get(), ShaderStage::Vertex | ShaderStage::Fragment};
+    bindings.constantBuffers[0] = {constants_.Get(), ShaderStage::Vertex};
     bindings.renderTargets[0] = color;
     bindings.depthStencil = depth;
     gpu_.BindPipelineState(litPipeline_.Get(), bindings);
