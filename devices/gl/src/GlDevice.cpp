@@ -15,12 +15,14 @@ namespace {
 // buffers are beyond what a software rasteriser should be asked for.
 constexpr std::uint64_t MaximumBufferSize = std::uint64_t{1} << 28;
 
-void APIENTRY ForwardDebugMessage(GLenum, GLenum type, GLuint, GLenum severity, GLsizei length, GLchar const* message,
-                                  void const* user)
+void APIENTRY ForwardDebugMessage(GLenum source, GLenum type, GLuint, GLenum severity, GLsizei length,
+                                  GLchar const* message, void const* user)
 {
     auto* core = static_cast<DeviceCore*>(const_cast<void*>(user));
     std::string text = length >= 0 ? std::string(message, static_cast<std::size_t>(length)) : std::string(message);
-    MessageSeverity const level = type == GL_DEBUG_TYPE_ERROR ? MessageSeverity::Error
+    // Compile errors are reported by CreateShader itself, with the source.
+    bool const compiler = source == GL_DEBUG_SOURCE_SHADER_COMPILER;
+    MessageSeverity const level = type == GL_DEBUG_TYPE_ERROR && !compiler ? MessageSeverity::Error
                                   : severity == GL_DEBUG_SEVERITY_HIGH || severity == GL_DEBUG_SEVERITY_MEDIUM
                                       ? MessageSeverity::Warning
                                       : MessageSeverity::Info;

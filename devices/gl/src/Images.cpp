@@ -118,7 +118,7 @@ ImageId GlDevice::CreateImage(ImageDesc const& requested)
     // New images read as zero rather than as whatever memory held.
     for (GLint level = 0; level < levels; ++level)
         glClearTexImage(name, level, format.transferFormat, format.transferType, nullptr);
-    if (format.IsInteger() || format.IsDepth()) {
+    if (!multisampled && (format.IsInteger() || format.IsDepth())) {
         glTextureParameteri(name, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
         glTextureParameteri(name, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
     }

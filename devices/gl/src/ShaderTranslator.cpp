@@ -363,7 +363,7 @@ private:
                 return false;
             if (Trim(piece).empty())
                 return Fail(at, std::string(word) + " has an empty argument");
-            translated.push_back(std::move(piece));
+            translated.emplace_back(Trim(piece));
         }
         out += "(";
         if (fetch)

@@ -100,8 +100,6 @@ void GlDevice::CopyImage(ImageId source, SubImage const& sourceWhere, ImageId de
         return s.Error(what + ": sample counts differ (a resolve is needed)");
     GlFormat const& a = *from->format;
     GlFormat const& b = *to->format;
-    if (a.IsDepth() != b.IsDepth() || a.kind != b.kind)
-        return s.Error(what + ": " + ToString(a.format) + " and " + ToString(b.format) + " do not convert");
 
     Size const sourceSize = LevelExtent(from->description, sourceWhere.mipLevel);
     Size const destinationSize = LevelExtent(to->description, destinationWhere.mipLevel);
@@ -116,6 +114,10 @@ void GlDevice::CopyImage(ImageId source, SubImage const& sourceWhere, ImageId de
     } else {
         if (from->description.sampleCount > 1)
             return s.Error(what + ": multisampled images copy only at equal extents and pixel sizes");
+        // Bits move unchanged between equal pixel sizes; a scaling copy converts, which GL
+        // does only within float, signed, unsigned and depth formats.
+        if (a.IsDepth() != b.IsDepth() || a.kind != b.kind)
+            return s.Error(what + ": " + ToString(a.format) + " and " + ToString(b.format) + " do not convert");
         GLenum const filter = a.kind == ChannelKind::Float ? GL_LINEAR : GL_NEAREST;
         Blit(s, *from, sourceWhere, *to, destinationWhere, filter, "CopyImage");
     }
