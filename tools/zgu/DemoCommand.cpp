@@ -188,12 +188,11 @@ int RunDemo(DemoOptions const& options)
     Image thumbnail = MakeImage(gpu, thumbSize, Format::R8G8B8A8, 1,
                                 ImageUsage::RenderTarget | ImageUsage::CopySource | ImageUsage::HostRead,
                                 "thumbnail image");
-    ThrowIfDeviceFailed(gpu, "the image creation");
     View colorTarget = MakeTargetView(gpu, msaaColor.Get());
     View depthTarget = MakeTargetView(gpu, msaaDepth.Get());
 
     DemoScene scene(gpu, mesh, prepared, Format::R8G8B8A8, Format::D32F, SampleCount);
-    scene.SetCamera(LookAtPerspective({6.5, -8.5, 5.5}, {0.0, 0.0, -0.9}, 40.0,
+    scene.SetCamera(LookAtPerspective({7.8, -10.6, 7.4}, {0.0, 0.0, -1.3}, 38.0,
                                       double(size.width) / double(size.height), 1.0, 40.0),
                     {0.37f, -0.56f, 0.74f});
     ShaderBasedImageClear clear(gpu);
@@ -208,6 +207,10 @@ int RunDemo(DemoOptions const& options)
         scene.ClearDepth(depthTarget.Get());
         scene.Draw(colorTarget.Get(), depthTarget.Get());
         timer.EndFrame();
+        // Paced like a presenting application: the frame timer reads each
+        // frame two frames late and drops it if the device is still busy,
+        // which on a software rasteriser would be every frame.
+        gpu.Finish();
     }
     gpu.Finish();
     double const hostSecondsPerFrame = SecondsSince(start) / options.frames;
@@ -301,7 +304,7 @@ int RunDemo(DemoOptions const& options)
     table.Add({"render", std::to_string(size.width) + "x" + std::to_string(size.height) + ", 4x MSAA, " +
                              std::to_string(options.frames) + " frames"});
     table.Add({"GPU time per frame (median)",
-               gpuMillisecondsPerFrame > 0.0 ? Fixed(gpuMillisecondsPerFrame, 2) + " ms" : "n/a (too few frames)"});
+               gpuMillisecondsPerFrame > 0.0 ? Fixed(gpuMillisecondsPerFrame, 2) + " ms" : "n/a (needs 8 frames)"});
     table.Add({"host time per frame", Fixed(hostSecondsPerFrame * 1000.0, 2) + " ms"});
     table.Add({"mip levels", std::to_string(mipLevels)});
     table.Add({"pixels covered", Fixed(coverage * 100.0, 1) + " %"});

@@ -45,7 +45,7 @@ void main()
 {
     float3 unit = normalize($n$);
     float diffuse = max(dot(unit, $l$), 0.0);
-    float3 tint = float3(0.55, 0.5, 0.45) + unit * 0.4;
+    float3 tint = float3(0.62, 0.56, 0.48) + unit * 0.3;
     $color$ = float4(tint * (0.3 + 0.7 * diffuse), 1.0);
 }
 )";
