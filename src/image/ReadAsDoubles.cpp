@@ -1,0 +1,124 @@
+#include "ImageDeviceAccess.h"
+
+#include <Rendering/Format.h>
+#include <Rendering/Image.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Zorvan::Rendering {
+namespace {
+
+// The whole level, every depth slice, tightly packed as elements of T; empty
+// when the device read fails. No mip or slice check: the device gets `where`
+// as given.
+template <typename T>
+std::vector<T> ReadLevel(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                         SubImage const& where)
+{
+    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
+    std::int64_t const width = level.width;
+    std::int64_t const rows = std::max<std::int64_t>(level.height, 1);
+    std::int64_t const slices = std::max<std::int64_t>(level.depth, 1);
+    std::int64_t const rowPitch = std::int64_t{GetSize(description.format)} * width;
+    std::int64_t const slicePitch = rowPitch * rows;
+
+    std::vector<T> values(static_cast<std::size_t>(slicePitch * slices) / sizeof(T));
+    bool const read = ImageAccess::ReadSubImage(factory, image, description, where, [&](MappedImage const& mapped) {
+        CopyImageBuffer(mapped.data, mapped.rowPitch, mapped.slicePitch, values.data(), rowPitch, slicePitch, width,
+                        rows, slices);
+    });
+    if (!read)
+        values.clear();
+    return values;
+}
+
+// One loop per element type and mapping, so each compiles to a tight
+// (vectorizable where the mapping allows) conversion.
+template <typename T, typename Convert>
+std::vector<double> ToDoubles(std::vector<T> const& values, Convert convert)
+{
+    std::vector<double> result(values.size());
+    double* out = result.data();
+    T const* in = values.data();
+    std::size_t const count = values.size();
+    for (std::size_t i = 0; i < count; ++i)
+        out[i] = convert(in[i]);
+    return result;
+}
+
+template <typename T>
+std::vector<double> Widened(std::vector<T> const& values)
+{
+    return ToDoubles(values, [](T v) { return static_cast<double>(v); });
+}
+
+// Unsigned normalized: 0 .. max maps to 0 .. 1.
+template <typename T>
+std::vector<double> UnsignedNormalized(std::vector<T> const& values, double max)
+{
+    return ToDoubles(values, [max](T v) { return static_cast<double>(v) / max; });
+}
+
+// Signed normalized: the most negative value clamps to -1 like the one above it.
+template <typename T>
+std::vector<double> SignedNormalized(std::vector<T> const& values, double max)
+{
+    return ToDoubles(values, [max](T v) { return std::max(static_cast<double>(v) / max, -1.0); });
+}
+
+template <typename T>
+std::vector<double> Normalized(std::vector<T> const& values, bool raw, double max, bool isSigned)
+{
+    if (raw)
+        return Widened(values);
+    return isSigned ? SignedNormalized(values, max) : UnsignedNormalized(values, max);
+}
+
+std::vector<double> Halves(std::vector<std::uint16_t> const& values)
+{
+    return ToDoubles(values, [](std::uint16_t v) { return static_cast<double>(half2float(v)); });
+}
+
+} // namespace
+
+std::vector<double> ReadAsDoubles(IResourceFactory& factory, ImageId image, bool raw, SubImage const& where)
+{
+    ImageDesc const description = factory.GetImageDescription(image);
+    auto const value = static_cast<std::uint32_t>(description.format);
+    if (value >= FormatCount)
+        return {};
+
+    auto read = [&]<typename T>(T) { return ReadLevel<T>(factory, image, description, where); };
+
+    if (value >= 1 && value <= 6)
+        return Normalized(read(std::uint8_t{}), raw, 255.0, false);
+    if (value >= 7 && value <= 9)
+        return Normalized(read(std::uint16_t{}), raw, 65535.0, false);
+    if (value >= 10 && value <= 12)
+        return Normalized(read(std::int8_t{}), raw, 127.0, true);
+    if (value >= 13 && value <= 15)
+        return Normalized(read(std::int16_t{}), raw, 32767.0, true);
+    if (value >= 16 && value <= 18)
+        return Widened(read(std::uint8_t{}));
+    if (value >= 19 && value <= 21)
+        return Widened(read(std::uint16_t{}));
+    if (value >= 22 && value <= 24)
+        return Widened(read(std::uint32_t{}));
+    if (value >= 25 && value <= 27)
+        return Widened(read(std::int8_t{}));
+    if (value >= 28 && value <= 30)
+        return Widened(read(std::int16_t{}));
+    if (value >= 31 && value <= 33)
+        return Widened(read(std::int32_t{}));
+    if (value >= 34 && value <= 36)
+        return Halves(read(std::uint16_t{}));
+    if (value >= 37 && value <= 40)
+        return Widened(read(float{}));
+    // None and the depth formats have no colour channels to report.
+    return {};
+}
+
+} // namespace Zorvan::Rendering
