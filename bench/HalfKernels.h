@@ -13,7 +13,8 @@ namespace zgu_bench {
 void ImathFloatToHalf(float const* in, std::uint16_t* out, std::size_t n);
 void ImathHalfToFloat(std::uint16_t const* in, float* out, std::size_t n);
 
-// F16C instructions, eight values at a time, truncating like our float2half.
+// F16C instructions, eight values at a time, rounding toward zero like our
+// float2half (overflow and NaNs still come out differently).
 // Only call when the processor has F16C and AVX.
 void F16cFloatToHalf(float const* in, std::uint16_t* out, std::size_t n);
 void F16cHalfToFloat(std::uint16_t const* in, float* out, std::size_t n);

@@ -61,7 +61,7 @@ def load(paths):
             repeated = b.get("run_type") == "aggregate"
             if repeated and b.get("aggregate_name") != "median":
                 continue
-            name = b.get("run_name", b["name"])
+            name = re.sub(r"/(real|process|manual)_time$", "", b.get("run_name", b["name"]))
             parts = name.split("/")
             if len(parts) != 3 or b.get("error_occurred"):
                 continue
