@@ -317,8 +317,9 @@ TEST_F(ZguTest, ImageWritesEveryMipLevelWithLevelZeroExact)
             Png const mip = LoadPng(Path(format + "-mip" + std::to_string(level) + ".png"));
             EXPECT_EQ(mip.width, sizes[level][0]) << format << " level " << level;
             EXPECT_EQ(mip.height, sizes[level][1]) << format << " level " << level;
-            if (level == 0)
+            if (level == 0) {
                 EXPECT_EQ(mip.rgba, source.rgba) << format;
+            }
         }
         EXPECT_FALSE(fs::exists(Path(format + "-mip5.png")));
     }
