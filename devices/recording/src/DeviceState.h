@@ -1,0 +1,220 @@
+#pragma once
+
+// Private state of RecordingGpu, shared by its source files. The state lives in
+// a namespace-level struct so that file-local helpers can take it by reference.
+
+#include <Rendering/Testing/RecordingGpu.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace Zorvan::Rendering::Testing::Recording {
+
+inline constexpr std::size_t OpCount = static_cast<std::size_t>(Op::CreateQuery) + 1;
+inline constexpr std::uint64_t NoHandle = ~std::uint64_t{0};
+
+// One open map: the staging bytes the caller sees until the unmap.
+struct MapState {
+    std::uint32_t mode = 0;
+    bool failed = false; // the map returned null; the unmap that follows is still expected
+    std::vector<std::byte> staging;
+    std::byte* data = nullptr;
+    std::int32_t rowPitch = 0;
+    std::int32_t slicePitch = 0;
+};
+
+struct BufferResource {
+    BufferDescription description;
+    std::vector<std::byte> bytes;
+    std::optional<MapState> map;
+};
+
+// The extent of one sub-image as stored: absent dimensions count as one.
+struct Extent {
+    std::uint32_t width = 0;
+    std::uint32_t rows = 1;
+    std::uint32_t slices = 1;
+
+    friend constexpr bool operator==(Extent const&, Extent const&) = default;
+};
+
+struct ImageResource {
+    ImageDesc description; // as read back: stripped flags, filled-in level count
+    std::uint32_t levels = 1;
+    std::uint32_t slices = 1;
+    std::uint32_t samples = 1;
+    std::uint32_t pixelSize = 0;
+    // Tightly packed bytes per (level, slice, sample).
+    std::vector<std::vector<std::byte>> storage;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, MapState> maps; // by (mip, slice)
+
+    bool Contains(SubImage const& where) const noexcept
+    {
+        return where.mipLevel < levels && where.arraySlice < slices;
+    }
+    Extent LevelExtent(std::uint32_t level) const noexcept;
+    std::vector<std::byte>& Bytes(SubImage const& where, std::uint32_t sample)
+    {
+        return storage[(static_cast<std::size_t>(where.mipLevel) * slices + where.arraySlice) * samples + sample];
+    }
+    std::vector<std::byte> const& Bytes(SubImage const& where, std::uint32_t sample) const
+    {
+        return storage[(static_cast<std::size_t>(where.mipLevel) * slices + where.arraySlice) * samples + sample];
+    }
+};
+
+struct ViewResource {
+    ImageId image;
+    ShaderResourceViewDescription description;
+};
+
+struct TargetResource {
+    ImageId image;
+    RenderTargetViewDescription description;
+};
+
+struct SamplerResource {
+    SamplerDescription description;
+};
+
+struct ShaderResource {
+    ShaderDescription description;
+};
+
+struct PipelineResource {
+    PipelineStateDescription description;
+};
+
+struct QueryResource {
+    QueryType type = QueryType::Timestamp;
+    bool open = false;       // begun and not yet ended
+    bool endedOnce = false;
+    std::uint64_t timestamp = 0;
+    std::optional<std::uint64_t> fixed{}; // SetQueryResult
+};
+
+// Alternatives in ResourceKind order, so index() is the kind.
+using Resource = std::variant<BufferResource, ImageResource, ViewResource, TargetResource, SamplerResource,
+                              ShaderResource, PipelineResource, QueryResource>;
+
+template <typename R, typename Variant>
+struct AlternativeIndex;
+template <typename R, typename... Ts>
+struct AlternativeIndex<R, std::variant<Ts...>> {
+    static constexpr std::size_t value = [] {
+        std::size_t i = 0;
+        ((std::is_same_v<R, Ts> ? false : (++i, true)) && ...);
+        return i;
+    }();
+};
+
+template <typename R>
+inline constexpr ResourceKind KindOf = static_cast<ResourceKind>(AlternativeIndex<R, Resource>::value);
+
+struct Slot {
+    std::uint32_t generation = 1; // starts at 1 so that a zero handle is never live
+    bool live = false;
+    Resource resource;
+};
+
+struct PendingFault {
+    std::optional<std::uint64_t> callIndex; // global call index, or
+    Op op{};                                // the opCallIndex-th call of op
+    std::uint64_t opCallIndex = 0;
+    FaultKind kind{};
+};
+
+std::string HandleText(ResourceKind kind, std::uint64_t handle);
+std::string Hex(std::uint32_t value);
+bool IsCreate(Op op) noexcept;
+
+struct DeviceState {
+    std::vector<Slot> slots;
+    std::vector<std::uint32_t> freeSlots;
+
+    std::vector<Call> log;
+    std::uint64_t callCount = 0;
+    std::array<std::uint64_t, OpCount> opCalls{};
+
+    std::vector<std::string> errors;
+    std::array<std::size_t, ResourceKindCount> created{};
+    std::array<std::size_t, ResourceKindCount> live{};
+
+    std::uint32_t maximumBufferSize = 256u << 20;
+    std::uint32_t strippedImageFlags = 0;
+    std::uint32_t rowPitchPadding = 0;
+    bool negativeRowPitch = false;
+    bool fullChainFill = true;
+    std::uint64_t frequency = 1'000'000'000;
+    std::deque<std::uint64_t> timestamps;
+    std::uint64_t timestampStep = 1000;
+    std::uint64_t clock = 0;
+
+    std::vector<PendingFault> faults;
+    std::size_t faultsHit = 0;
+
+    // Logs the call and applies a pending fault: throws for Throw, returns
+    // InvalidHandle or NullMap when the caller must act on it.
+    std::optional<FaultKind> Enter(Call call);
+    Call& Current() noexcept { return log.back(); }
+
+    void Error(Op op, std::string const& message);
+
+    // The live resource a handle names, or null after recording why not.
+    template <typename R>
+    R* Find(Op op, std::uint64_t handle)
+    {
+        Slot* slot = Lookup(op, handle, KindOf<R>);
+        return slot == nullptr ? nullptr : std::get_if<R>(&slot->resource);
+    }
+    template <typename R>
+    R const* Peek(std::uint64_t handle) const noexcept
+    {
+        Slot const* slot = LiveSlot(handle, KindOf<R>);
+        return slot == nullptr ? nullptr : std::get_if<R>(&slot->resource);
+    }
+    // For inspection helpers: throws std::invalid_argument instead of recording.
+    template <typename R>
+    R const& Expect(std::uint64_t handle, char const* what) const
+    {
+        R const* resource = Peek<R>(handle);
+        if (resource == nullptr)
+            ThrowNotLive(KindOf<R>, handle, what);
+        return *resource;
+    }
+
+    template <typename R>
+    R& Expect(std::uint64_t handle, char const* what)
+    {
+        return const_cast<R&>(static_cast<DeviceState const*>(this)->Expect<R>(handle, what));
+    }
+
+    Slot* Lookup(Op op, std::uint64_t handle, ResourceKind kind);
+    Slot const* LiveSlot(std::uint64_t handle, ResourceKind kind) const noexcept;
+    [[noreturn]] static void ThrowNotLive(ResourceKind kind, std::uint64_t handle, char const* what);
+
+    std::uint64_t Add(Resource resource);
+    // Retires a live handle (its generation moves on, so it becomes stale).
+    void Remove(std::uint64_t handle) noexcept;
+
+    std::uint64_t NextTimestamp();
+};
+
+// Mip arithmetic kept private so the device does not depend on the image code.
+std::uint32_t FullChainLength(Size const& size) noexcept;
+Size LevelSize(Size const& size, std::uint32_t level) noexcept;
+
+} // namespace Zorvan::Rendering::Testing::Recording
+
+namespace Zorvan::Rendering::Testing {
+struct RecordingGpu::State : Recording::DeviceState {};
+} // namespace Zorvan::Rendering::Testing

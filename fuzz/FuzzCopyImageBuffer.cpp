@@ -1,0 +1,113 @@
+// CopyImageBuffer with pitches, counts and signs drawn from the input. Both
+// buffers live in arenas sized from the parameters, so any access outside the
+// documented footprint is caught by AddressSanitizer; the copied bytes are
+// compared with a plain re-statement of the copy rules.
+
+#include "FuzzInput.h"
+
+#include <Rendering/Image.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+struct Footprint {
+    std::int64_t lowest = 0;
+    std::int64_t end = 0; // one past the highest byte
+};
+
+// Bytes a walk of `rows` rows of `rowBytes` at rowPitch, repeated for `slices`
+// slices at slicePitch, touches relative to the start pointer.
+Footprint Walk(std::int64_t rowPitch, std::int64_t slicePitch, std::int64_t rows, std::int64_t slices,
+               std::int64_t rowBytes)
+{
+    Footprint f{0, 0};
+    bool first = true;
+    for (std::int64_t s = 0; s < slices; ++s)
+        for (std::int64_t r = 0; r < rows; ++r) {
+            std::int64_t const at = s * slicePitch + r * rowPitch;
+            f.lowest = first ? at : std::min(f.lowest, at);
+            f.end = first ? at + rowBytes : std::max(f.end, at + rowBytes);
+            first = false;
+        }
+    return f;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    FuzzInput in(data, size);
+    std::int64_t srcRowPitch = in.Range(-96, 96);
+    std::int64_t dstRowPitch = in.Range(-96, 96);
+    std::int64_t srcSlicePitch = in.Range(-2048, 2048);
+    std::int64_t dstSlicePitch = in.Range(-2048, 2048);
+    std::int64_t const width = in.Range(-2, 24);
+    std::int64_t rows = in.Range(-2, 12);
+    std::int64_t slices = in.Range(-2, 6);
+    bool const equalLayouts = (in.Take<std::uint8_t>() & 1) != 0;
+    if (equalLayouts) {
+        dstRowPitch = srcRowPitch;
+        dstSlicePitch = srcSlicePitch;
+    }
+
+    // The copy's own normalisation, restated to size the arenas.
+    if (width < 1 || srcRowPitch == 0 || dstRowPitch == 0) {
+        Zorvan::Rendering::CopyImageBuffer(nullptr, srcRowPitch, srcSlicePitch, nullptr, dstRowPitch, dstSlicePitch,
+                                           width, rows, slices);
+        return 0;
+    }
+    if (rows < 1) {
+        rows = 1;
+        slices = 1;
+        srcRowPitch = std::llabs(srcRowPitch);
+        dstRowPitch = std::llabs(dstRowPitch);
+        srcSlicePitch = srcRowPitch;
+        dstSlicePitch = dstRowPitch;
+    } else if (slices < 1) {
+        slices = 1;
+        srcSlicePitch = std::llabs(srcRowPitch * rows);
+        dstSlicePitch = std::llabs(dstRowPitch * rows);
+    }
+    bool const block = srcRowPitch == dstRowPitch && srcSlicePitch == dstSlicePitch;
+    std::int64_t const rowBytes = block ? std::llabs(srcRowPitch) : std::min(std::llabs(srcRowPitch), std::llabs(dstRowPitch));
+
+    Footprint src = Walk(srcRowPitch, srcSlicePitch, rows, slices, rowBytes);
+    Footprint dst = Walk(dstRowPitch, dstSlicePitch, rows, slices, rowBytes);
+    if (block) {
+        // One memcpy of |slicePitch| * slices bytes from the lowest corner.
+        std::int64_t lowest = 0;
+        if (srcSlicePitch < 0)
+            lowest += (slices - 1) * srcSlicePitch;
+        if (srcRowPitch < 0)
+            lowest += (rows - 1) * srcRowPitch;
+        src = dst = Footprint{lowest, lowest + std::llabs(srcSlicePitch) * slices};
+    }
+
+    std::vector<std::uint8_t> source(static_cast<std::size_t>(src.end - src.lowest));
+    for (std::size_t i = 0; i < source.size(); ++i)
+        source[i] = static_cast<std::uint8_t>(i * 131 + 7);
+    std::vector<std::uint8_t> target(static_cast<std::size_t>(dst.end - dst.lowest), 0xEE);
+    std::vector<std::uint8_t> expected = target;
+
+    std::uint8_t const* srcStart = source.data() - src.lowest;
+    std::uint8_t* dstStart = target.data() - dst.lowest;
+    Zorvan::Rendering::CopyImageBuffer(srcStart, srcRowPitch, srcSlicePitch, dstStart, dstRowPitch, dstSlicePitch,
+                                       width, rows, slices);
+
+    if (block) {
+        expected = source;
+    } else {
+        std::uint8_t* expectedStart = expected.data() - dst.lowest;
+        for (std::int64_t s = 0; s < slices; ++s)
+            for (std::int64_t r = 0; r < rows; ++r)
+                std::memcpy(expectedStart + s * dstSlicePitch + r * dstRowPitch,
+                            srcStart + s * srcSlicePitch + r * srcRowPitch, static_cast<std::size_t>(rowBytes));
+    }
+    if (target != expected)
+        std::abort();
+    return 0;
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+// Device access shared by the upload, readback and conversion routines: a
+// mapping that is always unmapped, and the path that brings one sub-image of
+// any image to host-readable memory.
+
+#include <Rendering/Core.h>
+#include <Rendering/Device.h>
+#include <Rendering/Image.h>
+
+#include <cstdint>
+#include <utility>
+
+namespace Zorvan::Rendering::ImageAccess {
+
+// Flags of the temporaries the image routines make.
+inline constexpr std::uint32_t UploadFlags = ImageUsage::HostWrite | ImageUsage::CopySource;                 // 0x30
+inline constexpr std::uint32_t ReadbackFlags = ImageUsage::HostRead | ImageUsage::CopyDestination;           // 0x48
+inline constexpr std::uint32_t ResolveFlags = ImageUsage::CopySource | ImageUsage::ResolveDestination;       // 0x120
+
+using ScopedImage = ScopedResource<ImageId, IResourceFactory>;
+
+// Maps one sub-image for its lifetime. The unmap follows every map that
+// returned, also a failed one (null data), and never throws.
+class ScopedMapping {
+public:
+    ScopedMapping(IResourceFactory& factory, ImageId image, SubImage where, std::uint32_t mode)
+        : factory_(factory), image_(image), where_(where), mapped_(factory.MapImage(image, where, mode))
+    {
+    }
+    ~ScopedMapping() { factory_.UnmapImage(image_, where_); }
+    ScopedMapping(ScopedMapping const&) = delete;
+    ScopedMapping& operator=(ScopedMapping const&) = delete;
+
+    MappedImage const& Mapped() const noexcept { return mapped_; }
+    bool Failed() const noexcept { return mapped_.data == nullptr; }
+
+private:
+    IResourceFactory& factory_;
+    ImageId image_;
+    SubImage where_;
+    MappedImage mapped_;
+};
+
+// Makes sub-image `where` of `image` (described by `description`) readable by
+// the host and hands the mapping to copy(MappedImage const&): a multisampled
+// image is resolved first (needs 0x80), an image without host read (0x08) is
+// copied into a read-back image (needs 0x20). Temporaries have the level's
+// size. False when the image cannot be read or the map fails; copy has then
+// not run. Unmaps, then releases temporaries, on every path.
+template <typename Copy>
+bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& description, SubImage where,
+                  Copy&& copy)
+{
+    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
+    ImageId source = image;
+    SubImage sourceWhere = where;
+    std::uint32_t sourceFlags = description.flags;
+
+    ScopedImage resolved;
+    if (description.sampleCount > 1) {
+        if ((sourceFlags & ImageUsage::Resolvable) == 0)
+            return false;
+        resolved.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, ResolveFlags}));
+        factory.ResolveImage(image, where, resolved.Get(), SubImage{});
+        source = resolved.Get();
+        sourceWhere = SubImage{};
+        sourceFlags = ResolveFlags;
+    }
+
+    ScopedImage readback;
+    if ((sourceFlags & ImageUsage::HostRead) == 0) {
+        if ((sourceFlags & ImageUsage::CopySource) == 0)
+            return false;
+        readback.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, ReadbackFlags}));
+        factory.CopyImage(source, sourceWhere, readback.Get(), SubImage{});
+        source = readback.Get();
+        sourceWhere = SubImage{};
+    }
+
+    ScopedMapping const mapping(factory, source, sourceWhere, MapMode::Read);
+    if (mapping.Failed())
+        return false;
+    std::forward<Copy>(copy)(mapping.Mapped());
+    return true;
+}
+
+} // namespace Zorvan::Rendering::ImageAccess
