@@ -113,6 +113,40 @@ TEST_F(GlDeviceTest, ShaderErrorsReachTheCallbackWithTheTranslatedSource)
     EXPECT_EQ(Device().LiveResourceCount(), 0u);
 }
 
+// The library's shader texts, verbatim, for every value type and for the
+// sample counts a resolver may meet: each translates, compiles and links.
+TEST_F(GlDeviceTest, TheLibrarysShaderTextsCompileAndLink)
+{
+    std::string const clearVertex = "\nvoid main()\n    {\n    float x = float($VertexId$ / uint(2)) * 4.0 - 1.0;\n"
+                                    "    float y = float($VertexId$ % uint(2)) * 4.0 - 1.0;\n"
+                                    "    $Position$ = float4(x, y, 0.0, 1.0);\n  }\n";
+    std::vector<ShaderDescription> programs;
+    for (char const* type : {"int4", "uint4", "float4"})
+        programs.push_back({clearVertex, "", "", "",
+                            std::string("CBUFFER(constant_buffer, 0) { ") + type + " ClearColor; };\n[out " + type +
+                                " color : 0]\nvoid main() { $color$ = ClearColor; }\n"});
+    programs.push_back({"\n[in float2 pos : position]\n[out float2 uv :  tex_coord]\nvoid main()\n        {\n"
+                        "        $Position$ = float4($pos$, 0.0, 1.0);\n"
+                        "        $uv$ = ($pos$ + float2(1.0,1.0)) * 0.5;\n        }\n",
+                        "", "", "",
+                        "\nTEXTURE_2D(float4, source_image, 0);\n[in float2 uv : tex_coord]\n[out float4 color : 0]\n"
+                        "void main()\n        {\n        $color$ = SAMPLE(source_image, $uv$);\n        }\n"});
+    for (unsigned samples : {1u, 2u, 4u, 8u})
+        for (bool minimum : {true, false})
+            programs.push_back({"\n[in float4 pos : position]\nvoid main() { $Position$ = $pos$; }\n", "", "", "",
+                                std::string("TEXTURE_2DMS(float4, msaaDepth, 0);\nvoid main()\n  {\n  $FragDepth$ = ") +
+                                    (minimum ? "1" : "0") + ";\n  [unroll]\n  for (uint i = 0; i < uint(" +
+                                    std::to_string(samples) + "); ++i)\n    $FragDepth$ = " +
+                                    (minimum ? "min" : "max") +
+                                    "($FragDepth$, READ_SAMPLE(msaaDepth, uint2($FragCoord$.xy), i).x);\n  }\n"});
+    for (ShaderDescription const& program : programs) {
+        ShaderId const shader = Device().CreateShader(program);
+        EXPECT_TRUE(shader.IsValid()) << program.fragment;
+        Device().DestroyShader(shader);
+    }
+    EXPECT_EQ(Device().Problems(), "");
+}
+
 // Every format with a GL match: bytes written through a host map come back
 // unchanged through GL storage, including blue-first and packed depth layouts.
 TEST_F(GlDeviceTest, EveryFormatRoundTripsThroughHostMaps)

@@ -46,6 +46,7 @@ struct ImageRecord {
 struct SrvRecord {
     GlTexture name;
     ImageId image;
+    GLenum target = 0;
 };
 
 struct RtvRecord {
@@ -59,14 +60,27 @@ struct SamplerRecord {
     GlSampler name;
 };
 
+// A linked program and the texture units its samplers read.
+struct LinkedProgram {
+    struct Sampler {
+        GLuint unit = 0;
+        bool multisampled = false;
+        std::string name;
+    };
+    GlProgram program;
+    std::vector<Sampler> samplers;
+
+    GLuint Get() const noexcept { return program.Get(); }
+};
+
 struct ShaderRecord {
-    std::shared_ptr<GlProgram> program; // pipelines share it: a shader may go before its pipelines
+    std::shared_ptr<LinkedProgram> program; // pipelines share it: a shader may go before its pipelines
 };
 
 struct PipelineRecord {
     GlVertexArray vertexArray;
     PipelineStateDescription description;
-    std::shared_ptr<GlProgram> program;
+    std::shared_ptr<LinkedProgram> program;
     std::array<unsigned int, 4> strides{};
     std::array<bool, 4> slotUsed{};
 };

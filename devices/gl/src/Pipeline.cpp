@@ -150,6 +150,7 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
         }
         glBindBufferBase(GL_UNIFORM_BUFFER, static_cast<GLuint>(slot), name);
     }
+    std::array<GLenum, 16> viewTargets{};
     for (std::size_t slot = 0; slot < bindings.textures.size(); ++slot) {
         TextureBinding const& texture = bindings.textures[slot];
         GLuint view = 0;
@@ -159,6 +160,7 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
             if (srv == nullptr)
                 return;
             view = srv->name.Get();
+            viewTargets[slot] = srv->target;
         }
         if (texture.sampler.IsValid()) {
             auto* samplerRecord = s.Find(s.samplers, texture.sampler, "BindPipelineState", "sampler");
@@ -168,6 +170,15 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
         }
         glBindTextureUnit(static_cast<GLuint>(slot), view);
         glBindSampler(static_cast<GLuint>(slot), sampler);
+    }
+
+    // GL draws nothing useful from a sampler whose texture has the wrong kind; say so instead.
+    for (auto const& sampler : record->program->samplers) {
+        GLenum const target = sampler.unit < viewTargets.size() ? viewTargets[sampler.unit] : 0;
+        if (target != 0 && (target == GL_TEXTURE_2D_MULTISAMPLE) != sampler.multisampled)
+            return s.Error("BindPipelineState: texture slot " + std::to_string(sampler.unit) + " holds a " +
+                           (sampler.multisampled ? "single-sampled" : "multisampled") + " view but the shader reads " +
+                           sampler.name + " as " + (sampler.multisampled ? "multisampled" : "single-sampled"));
     }
 
     // The targets: one framebuffer, re-attached for every binding.

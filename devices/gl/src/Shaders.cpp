@@ -46,6 +46,29 @@ std::string ProgramLog(GLuint program)
     return log;
 }
 
+std::vector<LinkedProgram::Sampler> Samplers(GLuint program)
+{
+    std::vector<LinkedProgram::Sampler> samplers;
+    GLint count = 0;
+    glGetProgramiv(program, GL_ACTIVE_UNIFORMS, &count);
+    for (GLint i = 0; i < count; ++i) {
+        char name[256];
+        GLint size = 0;
+        GLenum type = 0;
+        glGetActiveUniform(program, static_cast<GLuint>(i), sizeof name, nullptr, &size, &type, name);
+        bool const multisampled = type == GL_SAMPLER_2D_MULTISAMPLE || type == GL_INT_SAMPLER_2D_MULTISAMPLE ||
+                                  type == GL_UNSIGNED_INT_SAMPLER_2D_MULTISAMPLE;
+        bool const flat = type == GL_SAMPLER_2D || type == GL_INT_SAMPLER_2D || type == GL_UNSIGNED_INT_SAMPLER_2D;
+        GLint const location = glGetUniformLocation(program, name);
+        if ((!multisampled && !flat) || location < 0)
+            continue;
+        GLint unit = 0;
+        glGetUniformiv(program, location, &unit);
+        samplers.push_back({static_cast<GLuint>(unit), multisampled, name});
+    }
+    return samplers;
+}
+
 struct Stage {
     ShaderStageKind kind;
     GLenum glStage;
@@ -107,7 +130,10 @@ ShaderId GlDevice::CreateShader(ShaderDescription const& description)
                ShaderId{};
     }
     s.CheckGlErrors("CreateShader");
-    return ShaderId{s.shaders.Insert(ShaderRecord{std::make_shared<GlProgram>(std::move(program))})};
+    auto linked = std::make_shared<LinkedProgram>();
+    linked->samplers = Samplers(program.Get());
+    linked->program = std::move(program);
+    return ShaderId{s.shaders.Insert(ShaderRecord{std::move(linked)})};
 }
 
 void GlDevice::DestroyShader(ShaderId shader) noexcept

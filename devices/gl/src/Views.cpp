@@ -33,7 +33,7 @@ SrvId GlDevice::CreateShaderResourceView(ImageId image, ShaderResourceViewDescri
     // glTextureView wants a name that has never been bound: glGenTextures, not glCreateTextures.
     GLuint name = 0;
     glGenTextures(1, &name);
-    SrvRecord view{GlTexture(name), image};
+    SrvRecord view{GlTexture(name), image, target};
     glTextureView(name, target, record->name.Get(), record->format->internalFormat, description.firstMipLevel,
                   levelCount, description.firstArraySlice, layerCount);
     if (target != GL_TEXTURE_2D_MULTISAMPLE) {

@@ -95,7 +95,8 @@ char const* ToString(ResourceKind kind);
 
 // One recorded call. handles[] hold the handle arguments in argument order
 // (e.g. source then destination of a copy); result holds a returned handle or
-// value (all ones when there is none); payload the record argument, if any.
+// value (all ones when there is none; a map gives 1 when it handed out memory,
+// 0 when it returned null); payload the record argument, if any.
 struct Call {
     using Payload = std::variant<std::monostate, BufferDescription, ImageDesc, ShaderDescription,
                                  PipelineStateDescription, BindingState, ShaderResourceViewDescription,
@@ -198,8 +199,8 @@ public:
     // Maps and begun queries still open.
     std::size_t OpenMaps() const noexcept;
     std::size_t OpenQueries() const noexcept;
-    // Everything wrong right now: errors, live resources, open maps and queries.
-    // Empty means clean.
+    // Everything wrong right now: errors, live resources, open maps and queries,
+    // one per line; handles read "Image(slot, gen generation)". Empty means clean.
     std::string Problems() const;
     // Forget errors and creation counts (live resources stay live).
     void ResetAccounting() noexcept;
