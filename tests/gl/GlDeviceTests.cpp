@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -45,6 +46,25 @@ protected:
     std::unique_ptr<GlDevice> device_;
     std::vector<std::string> messages_;
 };
+
+// Without any EGL driver the constructor says why instead of crashing. The
+// child re-executes the test binary, so the driver list is read afresh.
+TEST(GlDeviceCreation, WithoutAnEglDriverTheErrorSaysWhy)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent/egl-vendor.json", 1);
+            try {
+                GlDevice device;
+            } catch (GlDeviceError const& error) {
+                std::fputs(error.what(), stderr);
+                std::exit(3);
+            }
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(3), "no EGL display for a headless GL context");
+}
 
 TEST_F(GlDeviceTest, DescribesTheContext)
 {
