@@ -42,16 +42,15 @@ constexpr std::array<char const*, PathCount> PathNames{"direct", "readback image
 // same on every fresh device and may stay live.
 struct Fixture {
     std::array<std::array<ImageId, PathCount>, 4> colour{}; // R32F, R32G32F, R32G32B32A32F, R8G8B8A8
-    ImageId deviceOnly{};                                    // copyable, no host access
-    ImageId copyOnly{};                                      // neither sampled nor a render target
+    ImageId deviceOnly{};                                   // copyable, no host access
+    ImageId copyOnly{};                                     // neither sampled nor a render target
     ImageId depthMsaa{}, depth{};
     SrvId view{};
     RtvId floatTarget{}, intTarget{}, uintTarget{};
     BufferId vertices{}, smallVertices{};
 };
 
-constexpr std::array<Format, 4> ColourFormats{Format::R32F, Format::R32G32F, Format::R32G32B32A32F,
-                                              Format::R8G8B8A8};
+constexpr std::array<Format, 4> ColourFormats{Format::R32F, Format::R32G32F, Format::R32G32B32A32F, Format::R8G8B8A8};
 enum Colour : std::size_t { Red, Rg, Rgba, Rgba8 };
 
 void MakeFixture(RecordingGpu& gpu, Fixture& f)
@@ -82,25 +81,37 @@ struct Case {
     Operation operation;
 };
 
-std::vector<float> const Floats(Extent.width * Extent.height * 4, 0.25f);
-std::vector<unsigned char> const Bytes(Extent.width * Extent.height * 4, 7);
+constexpr std::size_t Channels = std::size_t{Extent.width} * Extent.height * 4;
+std::vector<float> const Floats(Channels, 0.25f);
+std::vector<unsigned char> const Bytes(Channels, 7);
 
 std::vector<Case> TextureCases()
 {
     return {
-        {"CreateRawRedTexture", [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRedTexture(g, Extent, Floats)); }},
-        {"CreateRawRgTexture", [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRgTexture(g, Extent, Floats)); }},
-        {"CreateRawRgbaTexture(bytes)", [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRgbaTexture(g, Extent, Bytes)); }},
-        {"CreateRawRgbaTexture(floats)", [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRgbaTexture(g, Extent, Floats)); }},
+        {"CreateRawRedTexture",
+         [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRedTexture(g, Extent, Floats)); }},
+        {"CreateRawRgTexture",
+         [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRgTexture(g, Extent, Floats)); }},
+        {"CreateRawRgbaTexture(bytes)",
+         [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRgbaTexture(g, Extent, Bytes)); }},
+        {"CreateRawRgbaTexture(floats)",
+         [](RecordingGpu& g, Fixture const&) { ScopedImage const owned(&g, CreateRawRgbaTexture(g, Extent, Floats)); }},
         {"CreateRedTexture", [](RecordingGpu& g, Fixture const&) { (void)CreateRedTexture(g, Extent, Floats); }},
         {"CreateRgTexture", [](RecordingGpu& g, Fixture const&) { (void)CreateRgTexture(g, Extent, Floats); }},
-        {"CreateRgbaTexture(bytes)", [](RecordingGpu& g, Fixture const&) { (void)CreateRgbaTexture(g, Extent, Bytes); }},
-        {"CreateRgbaTexture(floats)", [](RecordingGpu& g, Fixture const&) { (void)CreateRgbaTexture(g, Extent, Floats); }},
-        {"FillRgbaTexture(bytes, direct)", [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba8][Direct], {}, Bytes); }},
-        {"FillRgbaTexture(bytes, upload image)", [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba8][Readback], {}, Bytes); }},
-        {"FillRgbaTexture(floats, direct)", [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba][Direct], {}, Floats); }},
-        {"FillRgbaTexture(floats, upload image)", [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba][Readback], {}, Floats); }},
-        {"MipMapBuilder", [](RecordingGpu& g, Fixture const& f) { (void)MipMapBuilder(g).BuildMipMapChain(f.deviceOnly, 0, Sampled); }},
+        {"CreateRgbaTexture(bytes)",
+         [](RecordingGpu& g, Fixture const&) { (void)CreateRgbaTexture(g, Extent, Bytes); }},
+        {"CreateRgbaTexture(floats)",
+         [](RecordingGpu& g, Fixture const&) { (void)CreateRgbaTexture(g, Extent, Floats); }},
+        {"FillRgbaTexture(bytes, direct)",
+         [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba8][Direct], {}, Bytes); }},
+        {"FillRgbaTexture(bytes, upload image)",
+         [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba8][Readback], {}, Bytes); }},
+        {"FillRgbaTexture(floats, direct)",
+         [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba][Direct], {}, Floats); }},
+        {"FillRgbaTexture(floats, upload image)",
+         [](RecordingGpu& g, Fixture const& f) { FillRgbaTexture(g, f.colour[Rgba][Readback], {}, Floats); }},
+        {"MipMapBuilder",
+         [](RecordingGpu& g, Fixture const& f) { (void)MipMapBuilder(g).BuildMipMapChain(f.deviceOnly, 0, Sampled); }},
     };
 }
 
@@ -110,21 +121,37 @@ std::vector<Case> ReadbackCases()
     std::vector<Case> cases;
     for (std::size_t p = 0; p < PathCount; ++p) {
         std::string const path = std::string(" via ") + PathNames[p];
-        auto add = [&](std::string name, std::function<void(RecordingGpu&, ImageId)> read, Colour colour) {
-            cases.push_back({std::move(name) + path, [=](RecordingGpu& g, Fixture const& f) { read(g, f.colour[colour][p]); }});
+        auto add = [&](std::string name, Colour colour, std::function<void(RecordingGpu&, ImageId)> read) {
+            cases.push_back(
+                {std::move(name) + path, [=](RecordingGpu& g, Fixture const& f) { read(g, f.colour[colour][p]); }});
         };
-        add("GetR32F", [](RecordingGpu& g, ImageId i) { (void)GetR32F(g, i); }, Red);
-        add("GetR32F(out)", [](RecordingGpu& g, ImageId i) { std::vector<float> o(16); (void)GetR32F(g, i, o); }, Red);
-        add("GetR32G32F", [](RecordingGpu& g, ImageId i) { (void)GetR32G32F(g, i); }, Rg);
-        add("GetR32G32F(out)", [](RecordingGpu& g, ImageId i) { std::vector<float> o(32); (void)GetR32G32F(g, i, o); }, Rg);
-        add("GetR32G32B32A32F", [](RecordingGpu& g, ImageId i) { (void)GetR32G32B32A32F(g, i); }, Rgba);
-        add("GetR32G32B32A32F(out)", [](RecordingGpu& g, ImageId i) { std::vector<float> o(64); (void)GetR32G32B32A32F(g, i, o); }, Rgba);
-        add("GetR8G8B8A8", [](RecordingGpu& g, ImageId i) { (void)GetR8G8B8A8(g, i); }, Rgba8);
-        add("GetR8G8B8A8(pitch)", [](RecordingGpu& g, ImageId i) { std::vector<unsigned char> o(80); (void)GetR8G8B8A8(g, i, {}, o.data(), 20); }, Rgba8);
-        add("GetBytes", [](RecordingGpu& g, ImageId i) { std::vector<unsigned char> o(80); (void)GetBytes(g, i, {}, o.data(), 20); }, Rgba8);
-        add("GetBytes(vector)", [](RecordingGpu& g, ImageId i) { (void)GetBytes(g, i, {}, 16); }, Rgba8);
-        add("ReadAsDoubles", [](RecordingGpu& g, ImageId i) { (void)ReadAsDoubles(g, i, false, {}); }, Rgba8);
-        add("ReadAsDoubles(raw)", [](RecordingGpu& g, ImageId i) { (void)ReadAsDoubles(g, i, true, {}); }, Rg);
+        add("GetR32F", Red, [](RecordingGpu& g, ImageId i) { (void)GetR32F(g, i); });
+        add("GetR32F(out)", Red, [](RecordingGpu& g, ImageId i) {
+            std::vector<float> o(16);
+            (void)GetR32F(g, i, o);
+        });
+        add("GetR32G32F", Rg, [](RecordingGpu& g, ImageId i) { (void)GetR32G32F(g, i); });
+        add("GetR32G32F(out)", Rg, [](RecordingGpu& g, ImageId i) {
+            std::vector<float> o(32);
+            (void)GetR32G32F(g, i, o);
+        });
+        add("GetR32G32B32A32F", Rgba, [](RecordingGpu& g, ImageId i) { (void)GetR32G32B32A32F(g, i); });
+        add("GetR32G32B32A32F(out)", Rgba, [](RecordingGpu& g, ImageId i) {
+            std::vector<float> o(64);
+            (void)GetR32G32B32A32F(g, i, o);
+        });
+        add("GetR8G8B8A8", Rgba8, [](RecordingGpu& g, ImageId i) { (void)GetR8G8B8A8(g, i); });
+        add("GetR8G8B8A8(pitch)", Rgba8, [](RecordingGpu& g, ImageId i) {
+            std::vector<unsigned char> o(80);
+            (void)GetR8G8B8A8(g, i, {}, o.data(), 20);
+        });
+        add("GetBytes", Rgba8, [](RecordingGpu& g, ImageId i) {
+            std::vector<unsigned char> o(80);
+            (void)GetBytes(g, i, {}, o.data(), 20);
+        });
+        add("GetBytes(vector)", Rgba8, [](RecordingGpu& g, ImageId i) { (void)GetBytes(g, i, {}, 16); });
+        add("ReadAsDoubles", Rgba8, [](RecordingGpu& g, ImageId i) { (void)ReadAsDoubles(g, i, false, {}); });
+        add("ReadAsDoubles(raw)", Rg, [](RecordingGpu& g, ImageId i) { (void)ReadAsDoubles(g, i, true, {}); });
     }
     return cases;
 }
@@ -132,26 +159,46 @@ std::vector<Case> ReadbackCases()
 std::vector<Case> ShaderCases()
 {
     return {
-        {"ClearImage(int)", [](RecordingGpu& g, Fixture const& f) { ShaderCache s; PsoCache p; ClearImage(g, s, p, f.intTarget, 1, -2, 3, -4); }},
-        {"ClearImage(unsigned)", [](RecordingGpu& g, Fixture const& f) { ShaderCache s; PsoCache p; ClearImage(g, s, p, f.uintTarget, 1u, 2u, 3u, 4u); }},
-        {"ClearImage(float)", [](RecordingGpu& g, Fixture const& f) { ShaderCache s; PsoCache p; ClearImage(g, s, p, f.floatTarget, 0.5f, 0.f, 1.f, 1.f); }},
-        {"ShaderBasedImageClear", [](RecordingGpu& g, Fixture const& f) {
+        {"ClearImage(int)",
+         [](RecordingGpu& g, Fixture const& f) {
+             ShaderCache s;
+             PsoCache p;
+             ClearImage(g, s, p, f.intTarget, 1, -2, 3, -4);
+         }},
+        {"ClearImage(unsigned)",
+         [](RecordingGpu& g, Fixture const& f) {
+             ShaderCache s;
+             PsoCache p;
+             ClearImage(g, s, p, f.uintTarget, 1u, 2u, 3u, 4u);
+         }},
+        {"ClearImage(float)",
+         [](RecordingGpu& g, Fixture const& f) {
+             ShaderCache s;
+             PsoCache p;
+             ClearImage(g, s, p, f.floatTarget, 0.5f, 0.f, 1.f, 1.f);
+         }},
+        {"ShaderBasedImageClear",
+         [](RecordingGpu& g, Fixture const& f) {
              ShaderBasedImageClear clear(g);
              clear.Clear(f.floatTarget, 0.5f, 0.f, 1.f, 1.f);
              clear.Clear(f.floatTarget, 0.25f, 0.f, 1.f, 1.f); // cached pipeline
              clear.Clear(f.intTarget, 1, 2, 3, 4);
              clear.Clear(f.uintTarget, 1u, 2u, 3u, 4u);
          }},
-        {"ShaderBasedImageCopy(views)", [](RecordingGpu& g, Fixture const& f) { ShaderBasedImageCopy(g).Copy(f.view, f.floatTarget); }},
-        {"ShaderBasedImageCopy(images, direct)", [](RecordingGpu& g, Fixture const& f) {
+        {"ShaderBasedImageCopy(views)",
+         [](RecordingGpu& g, Fixture const& f) { ShaderBasedImageCopy(g).Copy(f.view, f.floatTarget); }},
+        {"ShaderBasedImageCopy(images, direct)",
+         [](RecordingGpu& g, Fixture const& f) {
              ShaderBasedImageCopy(g).Copy(f.colour[Rgba8][Direct], {}, f.colour[Rgba8][Readback], {});
          }},
-        {"ShaderBasedImageCopy(images, temporaries)", [](RecordingGpu& g, Fixture const& f) {
+        {"ShaderBasedImageCopy(images, temporaries)",
+         [](RecordingGpu& g, Fixture const& f) {
              ShaderBasedImageCopy copy(g);
              copy.Copy(f.copyOnly, {}, f.colour[Rgba8][Readback], {});
              copy.Copy(f.colour[Rgba8][Direct], {}, f.copyOnly, {});
          }},
-        {"ShaderBasedMsaaDepthResolver", [](RecordingGpu& g, Fixture const& f) {
+        {"ShaderBasedMsaaDepthResolver",
+         [](RecordingGpu& g, Fixture const& f) {
              ShaderBasedMsaaDepthResolver resolver(g);
              resolver.Resolve(f.depthMsaa, f.depth, DepthSelectionMode::Min);
              resolver.Resolve(f.depthMsaa, f.depth);
@@ -163,18 +210,22 @@ std::vector<Case> ShaderCases()
 std::vector<Case> BufferAndTimingCases()
 {
     return {
-        {"UpdateDynamicVertexBuffer(create)", [](RecordingGpu& g, Fixture const&) {
-             ScopedResource<BufferId, IResourceFactory> const made(&g, UpdateDynamicVertexBuffer(BufferId{}, g, 64, Bytes.data()));
+        {"UpdateDynamicVertexBuffer(create)",
+         [](RecordingGpu& g, Fixture const&) {
+             ScopedResource<BufferId, IResourceFactory> const made(
+                 &g, UpdateDynamicVertexBuffer(BufferId{}, g, 64, Bytes.data()));
          }},
-        {"UpdateDynamicVertexBuffer(reuse)", [](RecordingGpu& g, Fixture const& f) {
-             (void)UpdateDynamicVertexBuffer(f.vertices, g, 64, Bytes.data());
-         }},
-        {"UpdateDynamicVertexBuffer(grow)", [](RecordingGpu& g, Fixture const& f) {
+        {"UpdateDynamicVertexBuffer(reuse)",
+         [](RecordingGpu& g, Fixture const& f) { (void)UpdateDynamicVertexBuffer(f.vertices, g, 64, Bytes.data()); }},
+        {"UpdateDynamicVertexBuffer(grow)",
+         [](RecordingGpu& g, Fixture const& f) {
              // The small buffer is given up; the grown one is ours to release.
-             ScopedResource<BufferId, IResourceFactory> const grown(&g, UpdateDynamicVertexBuffer(f.smallVertices, g, 64, Bytes.data()));
+             ScopedResource<BufferId, IResourceFactory> const grown(
+                 &g, UpdateDynamicVertexBuffer(f.smallVertices, g, 64, Bytes.data()));
          }},
         {"Update", [](RecordingGpu& g, Fixture const& f) { Update(f.vertices, g, 64, Bytes.data()); }},
-        {"GpuStopWatch", [](RecordingGpu& g, Fixture const&) {
+        {"GpuStopWatch",
+         [](RecordingGpu& g, Fixture const&) {
              GpuStopWatch watch(g);
              watch.Start();
              watch.Stop();
@@ -184,7 +235,8 @@ std::vector<Case> BufferAndTimingCases()
              (void)watch.GetMilliseconds();
              GpuStopWatch moved(std::move(watch));
          }},
-        {"GpuFrameTimer", [](RecordingGpu& g, Fixture const&) {
+        {"GpuFrameTimer",
+         [](RecordingGpu& g, Fixture const&) {
              GpuFrameTimer timer(g);
              for (int frame = 0; frame < 4; ++frame) {
                  timer.BeginFrame();
@@ -192,7 +244,8 @@ std::vector<Case> BufferAndTimingCases()
              }
              (void)timer.GetMillisecondsPerFrame();
          }},
-        {"GpuWorkChunker", [](RecordingGpu& g, Fixture const&) {
+        {"GpuWorkChunker",
+         [](RecordingGpu& g, Fixture const&) {
              GpuWorkChunker chunker(g);
              for (int chunk = 0; chunk < 4; ++chunk) {
                  chunker.BeginChunk();
@@ -212,8 +265,7 @@ std::size_t Sweep(std::vector<Case> const& cases)
                                         [&](RecordingGpu& gpu) { MakeFixture(gpu, fixture); });
         EXPECT_GT(result.calls, 0u) << c.name << " made no device call";
         EXPECT_TRUE(result.failures.empty()) << c.name << "\n" << result.Report();
-        std::cout << "[ sweep    ] " << c.name << ": " << result.cases << " cases over " << result.calls
-                  << " calls\n";
+        std::cout << "[ sweep    ] " << c.name << ": " << result.cases << " cases over " << result.calls << " calls\n";
         total += result.cases;
     }
     return total;
@@ -230,15 +282,30 @@ std::size_t Family(char const* family, std::vector<Case> const& cases)
     return total;
 }
 
-TEST(FaultSweep, TexturesUploadsAndMipChains) { EXPECT_GT(Family("textures", TextureCases()), 0u); }
-TEST(FaultSweep, Readbacks) { EXPECT_GT(Family("readbacks", ReadbackCases()), 0u); }
-TEST(FaultSweep, ShaderOperations) { EXPECT_GT(Family("shader operations", ShaderCases()), 0u); }
-TEST(FaultSweep, BuffersAndTimers) { EXPECT_GT(Family("buffers and timers", BufferAndTimingCases()), 0u); }
+TEST(FaultSweep, TexturesUploadsAndMipChains)
+{
+    EXPECT_GT(Family("textures", TextureCases()), 0u);
+}
+TEST(FaultSweep, Readbacks)
+{
+    EXPECT_GT(Family("readbacks", ReadbackCases()), 0u);
+}
+TEST(FaultSweep, ShaderOperations)
+{
+    EXPECT_GT(Family("shader operations", ShaderCases()), 0u);
+}
+TEST(FaultSweep, BuffersAndTimers)
+{
+    EXPECT_GT(Family("buffers and timers", BufferAndTimingCases()), 0u);
+}
 
 // The total of whatever ran in this process (all four when run as a whole).
 class Summary : public ::testing::Environment {
 public:
-    void TearDown() override { std::cout << "[ sweep    ] total: " << grandTotal << " (operation, call, fault) cases\n"; }
+    void TearDown() override
+    {
+        std::cout << "[ sweep    ] total: " << grandTotal << " (operation, call, fault) cases\n";
+    }
 };
 [[maybe_unused]] auto* const summary = ::testing::AddGlobalTestEnvironment(new Summary);
 
