@@ -238,6 +238,53 @@ TEST_F(GlRobustness, BadHandlesAreReportedAndChangeNothing)
     ExpectStillUsable();
 }
 
+// Live handles used out of their bounds or out of order.
+TEST_F(GlRobustness, OutOfRangeAndUnbalancedUsesAreReported)
+{
+    ImageId const image = Device().CreateImage({{4, 4, 0}, Format::R8G8B8A8, 1, 2, HostIo | Drawable});
+    ImageId const floats = Device().CreateImage({{4, 4, 0}, Format::R32G32B32A32F, 1, 1, HostIo | Drawable});
+    ImageId const integers = Device().CreateImage({{4, 4, 0}, Format::R32G32U, 1, 1, HostIo | Drawable});
+    QueryId const timestamp = Device().CreateQuery(QueryType::Timestamp);
+    QueryId const frequency = Device().CreateQuery(QueryType::TimestampFrequency);
+    std::vector<std::pair<char const*, std::function<void(GlDevice&)>>> const misuses{
+        {"map of a level past the chain",
+         [&](GlDevice& d) {
+             EXPECT_EQ(d.MapImage(image, {2, 0}, MapMode::Read).data, nullptr);
+         }},
+        {"map of a slice of a 2D image",
+         [&](GlDevice& d) {
+             EXPECT_EQ(d.MapImage(image, {0, 1}, MapMode::Read).data, nullptr);
+         }},
+        {"view of a level past the chain",
+         [&](GlDevice& d) {
+             EXPECT_FALSE(d.CreateShaderResourceView(image, {2, 1, 0, 1}).IsValid());
+         }},
+        {"target view of a level past the chain",
+         [&](GlDevice& d) {
+             EXPECT_FALSE(d.CreateRenderTargetView(image, {5, 0, 1, 0, 1, 0}).IsValid());
+         }},
+        {"copy from normalized to integer texels", [&](GlDevice& d) { d.CopyImage(image, {}, integers, {}); }},
+        {"resolve of a single-sampled image", [&](GlDevice& d) { d.ResolveImage(image, {}, floats, {}); }},
+        {"end of a range never begun", [&](GlDevice& d) { d.EndQuery(frequency); }},
+        {"range begun on a timestamp", [&](GlDevice& d) { d.BeginQuery(timestamp); }},
+        {"timestamp recorded on a range query", [&](GlDevice& d) { d.RecordQuery(frequency); }},
+    };
+    for (auto const& [what, misuse] : misuses) {
+        SCOPED_TRACE(what);
+        std::size_t const live = Device().LiveResourceCount();
+        TakeMessages();
+        EXPECT_NO_THROW(misuse(Device()));
+        EXPECT_GE(TakeMessages().size(), 1u);
+        EXPECT_EQ(Device().LiveResourceCount(), live);
+    }
+    Device().DestroyQuery(frequency);
+    Device().DestroyQuery(timestamp);
+    Device().DestroyImage(integers);
+    Device().DestroyImage(floats);
+    Device().DestroyImage(image);
+    ExpectStillUsable();
+}
+
 TEST_F(GlRobustness, UnsupportedFormatsAndEmptyImagesAreRefused)
 {
     std::vector<ImageDesc> const refused{
