@@ -62,8 +62,6 @@ bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& des
         if ((sourceFlags & ImageUsage::Resolvable) == 0)
             return false;
         resolved.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, ResolveFlags}));
-        if (!resolved.IsValid())
-            return false;
         factory.ResolveImage(image, where, resolved.Get(), SubImage{});
         source = resolved.Get();
         sourceWhere = SubImage{};
@@ -75,8 +73,6 @@ bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& des
         if ((sourceFlags & ImageUsage::CopySource) == 0)
             return false;
         readback.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, ReadbackFlags}));
-        if (!readback.IsValid())
-            return false;
         factory.CopyImage(source, sourceWhere, readback.Get(), SubImage{});
         source = readback.Get();
         sourceWhere = SubImage{};

@@ -39,8 +39,6 @@ void Upload(IResourceFactory& factory, ImageId image, SubImage const& where, typ
     ScopedImage upload;
     if ((description.flags & ImageUsage::HostWrite) == 0) {
         upload.Reset(&factory, factory.CreateImage({level, Layout::format, 1, 1, ImageAccess::UploadFlags}));
-        if (!upload.IsValid())
-            return;
         target = upload.Get();
         targetWhere = SubImage{};
     }
@@ -69,7 +67,7 @@ ScopedImage CreateTexture(IResourceFactory& factory, Size size, array_view<typen
     // Counted in 32 bits and without the depth, as callers have always relied
     // on; too little data leaves the texture unfilled, silently.
     std::uint32_t const required = size.width * size.height * Layout::channels;
-    if (data.size() < required || !texture.IsValid())
+    if (data.size() < required)
         return texture;
     Upload<Layout>(factory, texture.Get(), SubImage{}, data.data());
     return texture;

@@ -19,9 +19,6 @@ auto GetOrCreate(Map& map, Key const& key, IGpu& gpu, Create&& create)
         return found->second.Get();
     // Owned before insertion, so a failing insertion still releases it.
     typename Map::mapped_type owned(&gpu, std::forward<Create>(create)());
-    // A failed creation is not remembered: the next use tries again.
-    if (!owned.IsValid())
-        return owned.Get();
     return map.emplace(key, std::move(owned)).first->second.Get();
 }
 

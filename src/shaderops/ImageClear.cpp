@@ -42,14 +42,10 @@ void Clear(IGpu& gpu, ShaderCache& shaders, PsoCache& pipelines, RtvId target, d
     static_assert(sizeof(value) == 16);
     ScopedResource<BufferId, IGpu> const constants(&gpu,
                                                    gpu.CreateBuffer(BufferDescription{16, constantBufferFlags}, nullptr));
-    if (!constants.IsValid())
-        return;
     Update(constants.Get(), gpu, 16, value.data());
 
     PsoId const pipeline =
         GetOrCreateClearPipeline(gpu, shaders, pipelines, type, gpu.GetRenderTargetViewDescription(target));
-    if (!pipeline.IsValid())
-        return;
 
     BindingState bindings{};
     bindings.constantBuffers[0] = ConstantBufferBinding{constants.Get(), ShaderStage::Fragment};

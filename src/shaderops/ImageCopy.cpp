@@ -48,8 +48,6 @@ void ShaderBasedImageCopy::Copy(SrvId source, RtvId target)
     description.sampleCount = info.sampleCount;
     // Not cached: every copy makes and releases its own pipeline state.
     ScopedResource<PsoId, IGpu> const pipeline(&gpu_, gpu_.CreatePipelineState(description));
-    if (!pipeline.IsValid())
-        return;
 
     BindingState bindings{};
     bindings.textures[0] = TextureBinding{source, sampler_.Get(), ShaderStage::Fragment};
@@ -76,8 +74,6 @@ void ShaderBasedImageCopy::Copy(ImageId source, SubImage const& sourceRegion, Im
                                                                    ImageUsage::ShaderResource |
                                                                        ImageUsage::CopyDestination)));
         sampled = sourceTemporary.Get();
-        if (!sourceTemporary.IsValid())
-            return;
         gpu_.CopyImage(source, sourceRegion, sampled, SubImage{});
     } else {
         canSample = false;
@@ -97,8 +93,6 @@ void ShaderBasedImageCopy::Copy(ImageId source, SubImage const& sourceRegion, Im
                                                                        ImageUsage::CopySource)));
         rendered = targetTemporary.Get();
         renderIntoTemporary = true;
-        if (!targetTemporary.IsValid())
-            return;
     } else {
         canRender = false;
     }
@@ -113,8 +107,6 @@ void ShaderBasedImageCopy::Copy(ImageId source, SubImage const& sourceRegion, Im
     ScopedResource<RtvId, IResourceFactory> const targetView(
         &gpu_, gpu_.CreateRenderTargetView(
                    rendered, RenderTargetViewDescription{renderedWhere.mipLevel, 0, 1, renderedWhere.arraySlice, 1, 0}));
-    if (!view.IsValid() || !targetView.IsValid())
-        return;
     Copy(view.Get(), targetView.Get());
     if (renderIntoTemporary)
         gpu_.CopyImage(rendered, SubImage{}, target, targetRegion);

@@ -38,8 +38,6 @@ void ShaderBasedMsaaDepthResolver::Resolve(ImageId source, ImageId destination, 
         description.sampleCount = 1;
         return gpu_.CreatePipelineState(description);
     });
-    if (!pipeline.IsValid())
-        return;
 
     // Declared in this order so the destination view is released first.
     ScopedResource<SrvId, IResourceFactory> const samples(
@@ -47,8 +45,6 @@ void ShaderBasedMsaaDepthResolver::Resolve(ImageId source, ImageId destination, 
     ScopedResource<RtvId, IResourceFactory> const depthTarget(
         &gpu_, gpu_.CreateRenderTargetView(destination, RenderTargetViewDescription{0, 0, 1, 0, 1, 0}));
 
-    if (!samples.IsValid() || !depthTarget.IsValid())
-        return;
     BindingState bindings{};
     // Samples are fetched, not filtered: no sampler.
     bindings.textures[0] = TextureBinding{samples.Get(), SamplerId{}, ShaderStage::Fragment};

@@ -72,8 +72,7 @@ BufferId UpdateDynamicVertexBuffer(BufferId buffer, IResourceFactory& factory, u
     // Held while it is filled: the caller only learns of it on return.
     ScopedResource<BufferId, IResourceFactory> created(&factory,
                                                        factory.CreateBuffer(BufferDescription{size, dynamicVertex}, nullptr));
-    if (created.IsValid())
-        Update(created.Get(), factory, size, data);
+    Update(created.Get(), factory, size, data);
     return created.Detach();
 }
 
