@@ -113,19 +113,6 @@ TEST_P(ImageDoubles, StagesALevelSizedReadbackOfAllSlices)
     EXPECT_EQ(created[0]->As<ImageDesc>(), (ImageDesc{{3, 2, 2}, Format::R16, 1, 1, 0x48}));
 }
 
-TEST_P(ImageDoubles, MultisampledImagesNeedTheResolveFlag)
-{
-    ZGU_NEEDS_RECORDING_DEVICE();
-    ScopedImage resolvable = MakeImage(Gpu(), {2, 1, 0}, Format::R8G8, ImageUsage::Resolvable, 1, 4);
-    std::vector<unsigned char> const stored = {0, 255, 51, 102};
-    Recording()->WriteImage(resolvable.Get(), {}, std::as_bytes(std::span(stored)));
-    EXPECT_EQ(ReadAsDoubles(Gpu(), resolvable.Get(), true, {}), (std::vector<double>{0, 255, 51, 102}));
-    EXPECT_EQ(Recording()->Count(Op::ResolveImage), 1u);
-
-    ScopedImage plain = MakeImage(Gpu(), {2, 1, 0}, Format::R8G8, ImageUsage::CopySource, 1, 4);
-    EXPECT_TRUE(ReadAsDoubles(Gpu(), plain.Get(), true, {}).empty());
-}
-
 TEST_P(ImageDoubles, DeviceFailuresLeaveNothingBehind)
 {
     ZGU_NEEDS_RECORDING_DEVICE();

@@ -43,15 +43,9 @@ TEST_P(ImageReadback, ViewFormsCheckTheirSizeBeforeTouchingTheImage)
 TEST_P(ImageReadback, FloatFamiliesReadTheirLevel)
 {
     ScopedImage rg = MakeImage(Gpu(), {3, 2, 0}, Format::R32G32F, ViaCopies, 2);
-    std::vector<float> const level0 = Ramp(3 * 2 * 2, 0.5f);
     std::vector<float> const level1 = {-1.5f, 2.25f};
-    WriteLevel(Gpu(), rg.Get(), {0, 0}, level0);
     WriteLevel(Gpu(), rg.Get(), {1, 0}, level1);
-    EXPECT_EQ(GetR32G32F(Gpu(), rg.Get()), level0);
     EXPECT_EQ(GetR32G32F(Gpu(), rg.Get(), SubImage{1, 0}), level1);
-    std::vector<float> out(2);
-    EXPECT_TRUE(GetR32G32F(Gpu(), rg.Get(), out, SubImage{1, 0}));
-    EXPECT_EQ(out, level1);
 
     ScopedImage rgba = MakeImage(Gpu(), {2, 2, 0}, Format::R32G32B32A32F, HostReadWrite);
     std::vector<float> const pixels = Ramp(16, -3.0f);
@@ -59,7 +53,6 @@ TEST_P(ImageReadback, FloatFamiliesReadTheirLevel)
     EXPECT_EQ(GetR32G32B32A32F(Gpu(), rgba.Get()), pixels);
     std::vector<float> tooSmall(15);
     EXPECT_FALSE(GetR32G32B32A32F(Gpu(), rgba.Get(), tooSmall));
-    EXPECT_TRUE(GetR32G32B32A32F(Gpu(), rgba.Get(), SubImage{1, 0}).empty()) << "one level only";
 }
 
 TEST_P(ImageReadback, MipLevelsAndSlicesAreChecked)
@@ -158,30 +151,6 @@ TEST_P(ImageReadback, MultisampledImagesAreResolvedThenCopied)
     Recording()->ClearLog();
     EXPECT_TRUE(GetR32F(Gpu(), unresolvable.Get()).empty());
     EXPECT_EQ(Recording()->Count(Op::CreateImage), 0u);
-}
-
-TEST_P(ImageReadback, ReadsAtTheRequestedLevelSize)
-{
-    ZGU_NEEDS_RECORDING_DEVICE();
-    ScopedImage image = MakeImage(Gpu(), {5, 5, 0}, Format::R32F, ViaCopies, 3);
-    WriteLevel(Gpu(), image.Get(), {1, 0}, std::vector<float>{1, 2, 3, 4});
-    Recording()->ClearLog();
-    EXPECT_EQ(GetR32F(Gpu(), image.Get(), SubImage{1, 0}), (std::vector<float>{1, 2, 3, 4}));
-    auto const created = Recording()->Calls(Op::CreateImage);
-    ASSERT_EQ(created.size(), 1u);
-    EXPECT_EQ(created[0]->As<ImageDesc>(), (ImageDesc{{2, 2, 0}, Format::R32F, 1, 1, 0x48}));
-    EXPECT_EQ(Recording()->Calls(Op::CopyImage)[0]->subImages[0], (SubImage{1, 0}));
-}
-
-TEST_P(ImageReadback, PaddedAndBottomUpMapsReadTheSameValues)
-{
-    ZGU_NEEDS_RECORDING_DEVICE();
-    Recording()->SetRowPitchPadding(20);
-    Recording()->SetNegativeRowPitch(true);
-    ScopedImage image = MakeImage(Gpu(), {3, 4, 0}, Format::R32G32F, HostReadWrite);
-    std::vector<float> const values = Ramp(3 * 4 * 2, 11.0f);
-    Recording()->WriteImage(image.Get(), {}, std::as_bytes(std::span(values)));
-    EXPECT_EQ(GetR32G32F(Gpu(), image.Get()), values);
 }
 
 TEST_P(ImageReadback, DeviceFailuresLeaveNothingBehind)

@@ -125,9 +125,12 @@ TEST_P(ImageUpload, TooLittleDataLeavesTheTextureUnfilledSilently)
     Bytes const bytes(16, 7);
     ScopedImage shortRgba = CreateRgbaTexture(Gpu(), {2, 2, 0}, array_view<unsigned char const>(bytes.data(), 15));
     EXPECT_EQ(Recording()->Count(Op::MapImage), 1u);
-    // Depth is not part of the count: a 2 x 2 x 3 texture takes 2 x 2 pixels.
-    ScopedImage deep = CreateRgbaTexture(Gpu(), {2, 2, 3}, bytes);
+    // Depth is not part of the count: a view of 2 x 2 pixels passes for a
+    // 2 x 2 x 3 texture, and the upload then reads all three slices.
+    Bytes const slices = Pattern(2 * 2 * 3 * 4, 1);
+    ScopedImage deep = CreateRgbaTexture(Gpu(), {2, 2, 3}, array_view<unsigned char const>(slices.data(), 16));
     EXPECT_EQ(Recording()->Count(Op::MapImage), 2u);
+    EXPECT_EQ(Packed<unsigned char>(Recording()->ReadImage(deep.Get())), slices);
 }
 
 TEST_P(ImageUpload, PaddedAndBottomUpMapsRoundTrip)

@@ -22,6 +22,13 @@ using ScopedImage = ScopedResource<ImageId, IResourceFactory>;
 
 class MsaaDepthResolve : public DeviceTest {
 protected:
+    // Release before the base checks the device for leaks.
+    void TearDown() override
+    {
+        images_.clear();
+        DeviceTest::TearDown();
+    }
+
     // Multisampled depth that has been rendered to and may be sampled.
     ImageId Source(std::uint32_t samples, Format format = Format::D32F)
     {

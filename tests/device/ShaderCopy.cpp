@@ -26,6 +26,13 @@ constexpr std::uint32_t copyDestination = ImageUsage::CopyDestination;
 
 class ShaderCopy : public DeviceTest {
 protected:
+    // Release before the base checks the device for leaks.
+    void TearDown() override
+    {
+        images_.clear();
+        DeviceTest::TearDown();
+    }
+
     ImageId Image(std::uint32_t flags, std::uint32_t extent = 8, std::uint32_t mipLevels = 1)
     {
         ImageDesc description{};

@@ -22,9 +22,10 @@
 //   multisampled image writes every sample; a read map reads sample 0.
 // - CopyImage needs CopySource (0x20) on the source and CopyDestination (0x40)
 //   on the destination (an image may copy within itself, e.g. between mip
-//   levels); formats must have the same pixel size. Different extents scale
-//   by nearest sampling: destination texel x reads source texel
-//   x * srcWidth / dstWidth (likewise for y and z).
+//   levels); formats must have the same pixel size and the images the same
+//   sample count (each sample is copied). Different extents scale by nearest
+//   sampling: destination texel x reads source texel x * srcWidth / dstWidth
+//   (likewise for y and z).
 // - ResolveImage needs a multisampled source with Resolvable (0x80) and a
 //   single-sampled destination of the same extent and format with
 //   ResolveDestination (0x100); each texel takes the value of sample 0.
@@ -95,7 +96,8 @@ char const* ToString(ResourceKind kind);
 
 // One recorded call. handles[] hold the handle arguments in argument order
 // (e.g. source then destination of a copy); result holds a returned handle or
-// value (all ones when there is none); payload the record argument, if any.
+// value (all ones when there is none; a map gives 1 when it handed out memory,
+// 0 when it returned null); payload the record argument, if any.
 struct Call {
     using Payload = std::variant<std::monostate, BufferDescription, ImageDesc, ShaderDescription,
                                  PipelineStateDescription, BindingState, ShaderResourceViewDescription,
@@ -198,8 +200,8 @@ public:
     // Maps and begun queries still open.
     std::size_t OpenMaps() const noexcept;
     std::size_t OpenQueries() const noexcept;
-    // Everything wrong right now: errors, live resources, open maps and queries.
-    // Empty means clean.
+    // Everything wrong right now: errors, live resources, open maps and queries,
+    // one per line; handles read "Image(slot, gen generation)". Empty means clean.
     std::string Problems() const;
     // Forget errors and creation counts (live resources stay live).
     void ResetAccounting() noexcept;
