@@ -53,6 +53,21 @@ struct PrimitiveAdjacency {
     std::uint32_t References(std::size_t v) const noexcept { return offsets[v + 1] - offsets[v]; }
 };
 
+// Lower bound by binary search without data-dependent branches: the set is
+// tiny and its comparisons are unpredictable, so conditional moves win.
+std::uint16_t* LowerBound(std::uint16_t* first, std::uint16_t* last, std::uint16_t v) noexcept
+{
+    std::size_t length = static_cast<std::size_t>(last - first);
+    if (length == 0)
+        return first;
+    while (length > 1) {
+        std::size_t const half = length / 2;
+        first += first[half - 1] < v ? half : 0;
+        length -= half;
+    }
+    return first + (*first < v ? 1 : 0);
+}
+
 } // namespace
 
 void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int indexCount, unsigned int vertexCount,
@@ -118,7 +133,7 @@ void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
                 std::uint16_t const v = corner[j];
                 *out++ = v;
                 deadEnd[deadEndSize++] = v;
-                std::uint16_t* const at = std::lower_bound(candidates.get(), candidatesEnd, v);
+                std::uint16_t* const at = LowerBound(candidates.get(), candidatesEnd, v);
                 if (at == candidatesEnd || *at != v) {
                     // The set is a handful of entries: shift by hand rather
                     // than pay for a memmove call.
