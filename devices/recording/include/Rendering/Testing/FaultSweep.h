@@ -12,7 +12,8 @@
 // An InvalidHandle fault makes a create return the invalid handle, which the
 // library passes on as it came (it checks few results); errors the device
 // records about that invalid handle itself are therefore not counted, while
-// leaks, open maps and queries, and bad destroys still are.
+// leaks, open maps and queries, and destroys of any bad handle (the invalid
+// one included) still are.
 //
 // Objects under test must be made and destroyed inside operation; what setup
 // makes may stay live, it is not reported. The operation must be
