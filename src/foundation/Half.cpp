@@ -11,10 +11,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include <cstring>
 
 namespace Zorvan::Rendering {
 namespace detail {
@@ -128,56 +125,68 @@ void float2half(std::span<float const> in, std::span<unsigned short> out)
         to[i] = detail::FloatToHalf(tables, from[i]);
 }
 
+namespace detail {
 namespace {
 
-#if defined(__SSE2__)
-// Four halves (zero-extended to 32 bits) to the float bits the tables give,
-// by arithmetic: a table read per lane would need a gather. Normal halves are
-// the shifted bits with the exponent rebiased; the all-ones exponent is
-// rebiased twice to land on the float's; a subnormal m is the integer m
-// converted and scaled by 2^-24, both exact, on normal operands with a
-// normal result, so flush-to-zero or denormals-are-zero modes cannot change
-// it. The tests compare all 65536 halves with the table.
-__m128i HalfToFloatBits(__m128i h) noexcept
-{
-    __m128i const sign = _mm_slli_epi32(_mm_and_si128(h, _mm_set1_epi32(0x8000)), 16);
-    __m128i const exponent = _mm_and_si128(h, _mm_set1_epi32(0x7C00));
-    __m128i const infinite = _mm_cmpeq_epi32(exponent, _mm_set1_epi32(0x7C00));
-    __m128i const subnormal = _mm_cmpeq_epi32(exponent, _mm_setzero_si128());
-    __m128i normal = _mm_slli_epi32(_mm_and_si128(h, _mm_set1_epi32(0x7FFF)), 13);
-    normal = _mm_add_epi32(normal, _mm_set1_epi32(0x38000000));
-    normal = _mm_add_epi32(normal, _mm_and_si128(infinite, _mm_set1_epi32(0x38000000)));
-    __m128 const scaled =
-        _mm_mul_ps(_mm_cvtepi32_ps(_mm_and_si128(h, _mm_set1_epi32(0x3FF))), _mm_set1_ps(0x1p-24f));
-    __m128i const magnitude =
-        _mm_or_si128(_mm_and_si128(subnormal, _mm_castps_si128(scaled)), _mm_andnot_si128(subnormal, normal));
-    return _mm_or_si128(sign, magnitude);
-}
+using U16x8 = std::uint16_t __attribute__((vector_size(16)));
+using U32x8 = std::uint32_t __attribute__((vector_size(32)));
+using I32x8 = std::int32_t __attribute__((vector_size(32)));
+using F32x8 = float __attribute__((vector_size(32)));
 
-// Converts whole groups of eight; returns how many values it converted.
-std::size_t HalfToFloatGroups(unsigned short const* from, float* to, std::size_t n) noexcept
+// Eight halves at a time to the float bits the tables give, by arithmetic: a
+// table read per lane would need a gather, which is slower than this. Normal
+// halves are their shifted bits with the exponent rebiased; the all-ones
+// exponent is rebiased twice to land on the float's; a subnormal m is the
+// integer m converted and scaled by 2^-24, both exact, on normal operands
+// with a normal result, so flush-to-zero or denormals-are-zero modes cannot
+// change it. The tests compare all 65536 halves with the table.
+[[gnu::always_inline]] inline std::size_t HalfToFloatGroups(unsigned short const* from, float* to,
+                                                           std::size_t n) noexcept
 {
     std::size_t i = 0;
     for (; i + 8 <= n; i += 8) {
-        __m128i const h = _mm_loadu_si128(reinterpret_cast<__m128i const*>(from + i));
-        __m128i const zero = _mm_setzero_si128();
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), HalfToFloatBits(_mm_unpacklo_epi16(h, zero)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 4), HalfToFloatBits(_mm_unpackhi_epi16(h, zero)));
+        U16x8 packed;
+        std::memcpy(&packed, from + i, sizeof packed);
+        U32x8 const h = __builtin_convertvector(packed, U32x8);
+        U32x8 const exponent = h & 0x7C00u;
+        U32x8 normal = ((h & 0x7FFFu) << 13) + 0x38000000u;
+        normal += reinterpret_cast<U32x8>(exponent == 0x7C00u) & 0x38000000u;
+        F32x8 const scaled = __builtin_convertvector(reinterpret_cast<I32x8>(h & 0x3FFu), F32x8) * 0x1p-24f;
+        U32x8 const magnitude = exponent == 0u ? reinterpret_cast<U32x8>(scaled) : normal;
+        U32x8 const bits = ((h & 0x8000u) << 16) | magnitude;
+        std::memcpy(to + i, &bits, sizeof bits);
     }
     return i;
 }
-#else
-std::size_t HalfToFloatGroups(unsigned short const*, float*, std::size_t) noexcept { return 0; }
-#endif
 
 } // namespace
+
+#if defined(__x86_64__) || defined(__i386__)
+[[gnu::target("avx2")]] std::size_t HalfToFloatGroupsAvx2(unsigned short const* from, float* to,
+                                                           std::size_t n) noexcept
+{
+    return HalfToFloatGroups(from, to, n);
+}
+#endif
+
+std::size_t HalfToFloatGroupsBaseline(unsigned short const* from, float* to, std::size_t n) noexcept
+{
+    return HalfToFloatGroups(from, to, n);
+}
+
+} // namespace detail
 
 void half2float(std::span<unsigned short const> in, std::span<float> out)
 {
     std::size_t const n = std::min(in.size(), out.size());
     unsigned short const* from = in.data();
     float* to = out.data();
-    std::size_t i = HalfToFloatGroups(from, to, n);
+#if defined(__x86_64__) || defined(__i386__)
+    std::size_t i = __builtin_cpu_supports("avx2") ? detail::HalfToFloatGroupsAvx2(from, to, n)
+                                                   : detail::HalfToFloatGroupsBaseline(from, to, n);
+#else
+    std::size_t i = detail::HalfToFloatGroupsBaseline(from, to, n);
+#endif
     if (i == n)
         return;
     detail::HalfToFloatTables const& tables = detail::HalfToFloatTablesInstance();
