@@ -1,17 +1,17 @@
 #include "ImageDeviceAccess.h"
 
-#include "foundation/HalfTables.h"
-
 #include <Rendering/Format.h>
 #include <Rendering/Image.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <compare>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <span>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -69,13 +69,39 @@ void Append(std::vector<double>& result, unsigned char const* first, std::size_t
                   Converting<T, Convert>(first + count * sizeof(T), convert));
 }
 
+// Appends element by element: convert(T) gives each double.
+template <typename T, typename Convert>
+auto Elementwise(Convert convert)
+{
+    return [convert](std::vector<double>& result, unsigned char const* first, std::size_t count) {
+        Append<T>(result, first, count, convert);
+    };
+}
+
+// Halves go through the array half2float, which converts many per step, in
+// blocks small enough to stay in the first-level cache, and are then widened.
+void AppendHalves(std::vector<double>& result, unsigned char const* first, std::size_t count)
+{
+    constexpr std::size_t Block = 512;
+    std::array<unsigned short, Block> halves;
+    std::array<float, Block> floats;
+    auto const widen = [](float v) { return static_cast<double>(v); };
+    for (std::size_t done = 0; done < count; done += Block) {
+        std::size_t const n = std::min(Block, count - done);
+        std::memcpy(halves.data(), first + done * sizeof(unsigned short), n * sizeof(unsigned short));
+        half2float(std::span<unsigned short const>(halves.data(), n), std::span<float>(floats.data(), n));
+        Append<float>(result, reinterpret_cast<unsigned char const*>(floats.data()), n, widen);
+    }
+}
+
 // Every element of the level, every depth slice, converted in memory order;
 // empty when the device read fails. No mip or slice check: the device gets
 // `where` as given. The values are those of a tightly packed CopyImageBuffer
-// of the mapping, converted.
-template <typename T, typename Convert>
+// of the mapping, converted; appendRun(result, bytes, count) converts a run
+// of count elements of T.
+template <typename T, typename AppendRun>
 std::vector<double> ReadConverted(IResourceFactory& factory, ImageId image, ImageDesc const& description,
-                                  SubImage const& where, Convert const& convert)
+                                  SubImage const& where, AppendRun const& appendRun)
 {
     Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
     std::int64_t const width = level.width;
@@ -98,7 +124,7 @@ std::vector<double> ReadConverted(IResourceFactory& factory, ImageId image, Imag
             for (std::int64_t slice = 0; slice < slices; ++slice) {
                 unsigned char const* row = data + slice * mappedSlicePitch;
                 for (std::int64_t y = 0; y < rows; ++y, row += mappedRowPitch)
-                    Append<T>(result, row, perRow, convert);
+                    appendRun(result, row, perRow);
             }
             return;
         }
@@ -107,7 +133,7 @@ std::vector<double> ReadConverted(IResourceFactory& factory, ImageId image, Imag
         std::vector<unsigned char> packed(static_cast<std::size_t>(slicePitch * slices));
         CopyImageBuffer(data, mappedRowPitch, mappedSlicePitch, packed.data(), rowPitch, slicePitch, width, rows,
                         slices);
-        Append<T>(result, packed.data(), count, convert);
+        appendRun(result, packed.data(), count);
     });
     if (!read)
         return {};
@@ -119,7 +145,8 @@ template <typename T>
 std::vector<double> Widened(IResourceFactory& factory, ImageId image, ImageDesc const& description,
                             SubImage const& where)
 {
-    return ReadConverted<T>(factory, image, description, where, [](T v) { return static_cast<double>(v); });
+    return ReadConverted<T>(factory, image, description, where,
+                            Elementwise<T>([](T v) { return static_cast<double>(v); }));
 }
 
 // Normalized formats: unsigned 0 .. max maps to 0 .. 1; for signed ones the
@@ -132,20 +159,17 @@ std::vector<double> Normalized(IResourceFactory& factory, ImageId image, ImageDe
     if (raw)
         return Widened<T>(factory, image, description, where);
     if (isSigned)
-        return ReadConverted<T>(factory, image, description, where,
-                                [max](T v) { return std::max(static_cast<double>(v) / max, -1.0); });
+        return ReadConverted<T>(factory, image, description, where, Elementwise<T>([max](T v) {
+                                    return std::max(static_cast<double>(v) / max, -1.0);
+                                }));
     return ReadConverted<T>(factory, image, description, where,
-                            [max](T v) { return static_cast<double>(v) / max; });
+                            Elementwise<T>([max](T v) { return static_cast<double>(v) / max; }));
 }
 
-// The tables are fetched once per call; each value is then an inline read.
 std::vector<double> Halves(IResourceFactory& factory, ImageId image, ImageDesc const& description,
                            SubImage const& where)
 {
-    detail::HalfToFloatTables const& tables = detail::HalfToFloatTablesInstance();
-    return ReadConverted<std::uint16_t>(factory, image, description, where, [&tables](std::uint16_t v) {
-        return static_cast<double>(detail::HalfToFloat(tables, v));
-    });
+    return ReadConverted<std::uint16_t>(factory, image, description, where, &AppendHalves);
 }
 
 } // namespace
