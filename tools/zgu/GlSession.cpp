@@ -11,7 +11,8 @@ std::unique_ptr<Rendering::Gl::GlDevice> OpenGlDevice()
     try {
         return std::make_unique<Rendering::Gl::GlDevice>(options);
     } catch (Rendering::Gl::GlDeviceError const& e) {
-        throw Failure(std::string("no EGL display with OpenGL 4.5: ") + e.what());
+        std::string const reason = e.what();
+        throw Failure(reason.rfind("no EGL display", 0) == 0 ? reason : "no EGL display with OpenGL 4.5: " + reason);
     }
 }
 

@@ -54,18 +54,23 @@ int RunImage(ImageOptions const& options)
 #if defined(ZGU_TOOL_WITH_GL)
     auto device = OpenGlDevice();
     bool const floats = options.format == "rgba32f";
-    ScopedResource<ImageId, IResourceFactory> uploaded;
+    // The mip builder copies from the source, which CreateRgbaTexture's
+    // images do not allow; FillRgbaTexture uploads into one that does.
+    Format const format = floats ? Format::R32G32B32A32F : Format::R8G8B8A8;
+    ImageDesc const desc{size, format, 1, 1,
+                         ImageUsage::ShaderResource | ImageUsage::CopySource | ImageUsage::CopyDestination};
+    ScopedResource<ImageId, IResourceFactory> uploaded(device.get(), device->CreateImage(desc));
+    if (!uploaded.IsValid())
+        throw Failure("the device could not create a " + std::to_string(source.width) + "x" +
+                      std::to_string(source.height) + " " + options.format + " texture");
     if (floats) {
         std::vector<float> values(source.pixels.size());
         std::transform(source.pixels.begin(), source.pixels.end(), values.begin(),
                        [](unsigned char b) { return float(b) / 255.0f; });
-        uploaded = CreateRgbaTexture(*device, size, array_view<float const>(values));
+        FillRgbaTexture(*device, uploaded.Get(), {}, array_view<float const>(values));
     } else {
-        uploaded = CreateRgbaTexture(*device, size, array_view<unsigned char const>(source.pixels));
+        FillRgbaTexture(*device, uploaded.Get(), {}, array_view<unsigned char const>(source.pixels));
     }
-    if (!uploaded.IsValid())
-        throw Failure("the device could not create a " + std::to_string(source.width) + "x" +
-                      std::to_string(source.height) + " " + options.format + " texture");
 
     MipMapBuilder builder(*device);
     auto chain = builder.BuildMipMapChain(uploaded.Get(), 0, ImageUsage::ShaderResource);

@@ -59,8 +59,14 @@ MeshData ImportMesh(std::filesystem::path const& path)
         importer.ReadFile(path.string(), aiProcess_Triangulate | aiProcess_JoinIdenticalVertices |
                                              aiProcess_RemoveComponent | aiProcess_PreTransformVertices |
                                              aiProcess_SortByPType);
-    if (scene == nullptr)
-        throw Failure("cannot read '" + path.string() + "': " + importer.GetErrorString());
+    if (scene == nullptr) {
+        std::string const error = importer.GetErrorString();
+        // Assimp refuses files whose meshes all vanished (no faces, or only
+        // points and lines); say what that means for the user.
+        if (error.find("meshes") != std::string::npos)
+            throw Failure("'" + path.string() + "' holds no triangles");
+        throw Failure("cannot read '" + path.string() + "': " + error);
+    }
 
     bool anyTexcoords = false;
     for (unsigned m = 0; m < scene->mNumMeshes; ++m)
