@@ -1,6 +1,8 @@
 // float2half / half2float over whole arrays, against Imath's half (software
-// path) and against the F16C instructions as the physical limit. "l1" arrays
-// stay in the first-level cache, "dram" arrays are far larger than the last.
+// path) and against the F16C instructions as the physical limit. "ours" is
+// the array form (one call per array), "ours_scalar" one exported call per
+// value. "l1" arrays stay in the first-level cache, "dram" arrays are far
+// larger than the last.
 
 #include "BenchSupport.h"
 #include "HalfKernels.h"
@@ -12,6 +14,7 @@
 #include <bit>
 #include <memory>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,11 +53,21 @@ using HalfToFloat = void (*)(std::uint16_t const*, float*, std::size_t);
 
 void OursFloatToHalf(float const* in, std::uint16_t* out, std::size_t n)
 {
+    Zorvan::Rendering::float2half(std::span<float const>(in, n), std::span<unsigned short>(out, n));
+}
+
+void OursHalfToFloat(std::uint16_t const* in, float* out, std::size_t n)
+{
+    Zorvan::Rendering::half2float(std::span<unsigned short const>(in, n), std::span<float>(out, n));
+}
+
+void OursScalarFloatToHalf(float const* in, std::uint16_t* out, std::size_t n)
+{
     for (std::size_t i = 0; i < n; ++i)
         out[i] = Zorvan::Rendering::float2half(in[i]);
 }
 
-void OursHalfToFloat(std::uint16_t const* in, float* out, std::size_t n)
+void OursScalarHalfToFloat(std::uint16_t const* in, float* out, std::size_t n)
 {
     for (std::size_t i = 0; i < n; ++i)
         out[i] = Zorvan::Rendering::half2float(in[i]);
@@ -111,9 +124,11 @@ void RegisterBenchmarks()
         std::string const f2h = std::string("float2half/") + size.name + "/";
         std::string const h2f = std::string("half2float/") + size.name + "/";
         benchmark::RegisterBenchmark((f2h + "ours").c_str(), RunFloatToHalf, data, &OursFloatToHalf);
+        benchmark::RegisterBenchmark((f2h + "ours_scalar").c_str(), RunFloatToHalf, data, &OursScalarFloatToHalf);
         benchmark::RegisterBenchmark((f2h + "imath").c_str(), RunFloatToHalf, data, &ImathFloatToHalf);
         benchmark::RegisterBenchmark((f2h + "f16c").c_str(), RunFloatToHalf, data, &F16cFloatToHalf);
         benchmark::RegisterBenchmark((h2f + "ours").c_str(), RunHalfToFloat, data, &OursHalfToFloat);
+        benchmark::RegisterBenchmark((h2f + "ours_scalar").c_str(), RunHalfToFloat, data, &OursScalarHalfToFloat);
         benchmark::RegisterBenchmark((h2f + "imath").c_str(), RunHalfToFloat, data, &ImathHalfToFloat);
         benchmark::RegisterBenchmark((h2f + "f16c").c_str(), RunHalfToFloat, data, &F16cHalfToFloat);
     }

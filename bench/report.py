@@ -14,10 +14,13 @@ import sys
 # job, ours, anchor, target ratio (None: for reference only), unit, what is compared
 JOBS = [
     ("tipsify", "ours", "meshopt", 1.0, "tri", "Tipsify vs meshopt_optimizeVertexCacheFifo"),
-    ("float2half", "ours", "imath", 2.0, "val", "float2half vs Imath half (software)"),
-    ("float2half", "ours", "f16c", None, "val", "float2half vs F16C (physical limit)"),
-    ("half2float", "ours", "imath", 1.0, "val", "half2float vs Imath half (lookup table)"),
-    ("half2float", "ours", "f16c", None, "val", "half2float vs F16C (physical limit)"),
+    # "ours" is the array form; "ours_scalar" one exported call per value.
+    ("float2half", "ours", "imath", 2.0, "val", "float2half (array form) vs Imath half (software)"),
+    ("float2half", "ours_scalar", "imath", None, "val", "float2half (one call per value) vs Imath half (software)"),
+    ("float2half", "ours", "f16c", None, "val", "float2half (array form) vs F16C (physical limit)"),
+    ("half2float", "ours", "imath", 1.0, "val", "half2float (array form) vs Imath half (lookup table)"),
+    ("half2float", "ours_scalar", "imath", None, "val", "half2float (one call per value) vs Imath half (lookup table)"),
+    ("half2float", "ours", "f16c", None, "val", "half2float (array form) vs F16C (physical limit)"),
     ("normals", "ours", "assimp", 5.0, "tri", "CalculateSmoothTriangleVertexNormals vs Assimp GenSmoothNormals"),
     ("normals", "ours_1thread", "assimp", None, "tri", "same, ours on one thread"),
     ("normals_threads", "t2", "t1", 1.7, "tri", "CalculateSmoothTriangleVertexNormals, 2 threads vs 1"),
@@ -115,9 +118,9 @@ def main():
            f"Machine: {machine()} ({context.get('num_cpus', '?')} logical CPUs at "
            f"{context.get('mhz_per_cpu', '?')} MHz).",
            "",
-           "Throughputs are medians of 3 repetitions (`--benchmark_repetitions=3`); ours and the anchor run back to "
-           "back in the same process on the same data. Ratio = our throughput / the anchor's. Single-threaded jobs "
-           "are timed by CPU time, the oneTBB-parallel ones (normals, remap) by the wall clock. The machine's two "
+           "Throughputs are medians of 3 repetitions (`--benchmark_repetitions=3`, the repetitions of a suite's "
+           "benchmarks randomly interleaved); ours and the anchor run in the same process on the same data. "
+           "Ratio = our throughput / the anchor's. Single-threaded jobs are timed by CPU time, the oneTBB-parallel ones (normals, remap) by the wall clock. The machine's two "
            "cores were shared with other builds while this ran (load averages below), so the numbers are noisy; "
            "`scripts/bench` runs each suite at the highest scheduling priority when it may, to keep the others' "
            "load out of the wall-clock times.",

@@ -3,6 +3,7 @@
 #include <Rendering/Export.h>
 
 #include <cstdint>
+#include <span>
 
 namespace Zorvan::Rendering {
 
@@ -90,5 +91,10 @@ ZGU_API char const* ToString(Format format);
 ZGU_API unsigned short float2half(float value);
 // binary16 -> binary32, exact for every half (signs, subnormals, NaN payloads).
 ZGU_API float half2float(unsigned short value);
+// Array forms for whole images: element i of out is the scalar conversion of
+// element i of in, bit for bit. min(in.size(), out.size()) values are
+// converted; the rest of out is left as it was.
+ZGU_API void float2half(std::span<float const> in, std::span<unsigned short> out);
+ZGU_API void half2float(std::span<unsigned short const> in, std::span<float> out);
 
 } // namespace Zorvan::Rendering

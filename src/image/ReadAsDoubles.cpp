@@ -4,43 +4,24 @@
 #include <Rendering/Image.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <compare>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <iterator>
+#include <span>
 #include <vector>
 
 namespace Zorvan::Rendering {
 namespace {
 
-// The whole level, every depth slice, tightly packed as elements of T; empty
-// when the device read fails. No mip or slice check: the device gets `where`
-// as given.
-template <typename T>
-std::vector<T> ReadLevel(IResourceFactory& factory, ImageId image, ImageDesc const& description,
-                         SubImage const& where)
-{
-    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
-    std::int64_t const width = level.width;
-    std::int64_t const rows = std::max<std::int64_t>(level.height, 1);
-    std::int64_t const slices = std::max<std::int64_t>(level.depth, 1);
-    std::int64_t const rowPitch = std::int64_t{GetSize(description.format)} * width;
-    std::int64_t const slicePitch = rowPitch * rows;
-
-    std::vector<T> values(static_cast<std::size_t>(slicePitch * slices) / sizeof(T));
-    bool const read = ImageAccess::ReadSubImage(factory, image, description, where, [&](MappedImage const& mapped) {
-        CopyImageBuffer(mapped.data, mapped.rowPitch, mapped.slicePitch, values.data(), rowPitch, slicePitch, width,
-                        rows, slices);
-    });
-    if (!read)
-        values.clear();
-    return values;
-}
-
-// Reads one stored element as its double. Random access, so the result vector
-// is sized once and built by one counted loop (no zero fill first, no
+// Reads consecutive elements of T from bytes that need not be aligned for T
+// (mapped rows), each converted to a double. Random access, so the result
+// vector takes a whole row in one counted loop (no zero fill first, no
 // per-element capacity check), which the compiler vectorizes where the
-// mapping allows.
+// conversion allows.
 template <typename T, typename Convert>
 class Converting {
 public:
@@ -50,67 +31,145 @@ public:
     using pointer = void;
     using reference = double;
 
-    Converting(T const* at, Convert convert) : at_(at), convert_(convert) {}
+    Converting(unsigned char const* at, Convert const& convert) : at_(at), convert_(&convert) {}
 
-    double operator*() const { return convert_(*at_); }
-    double operator[](difference_type n) const { return convert_(at_[n]); }
-    Converting& operator++() { ++at_; return *this; }
-    Converting operator++(int) { Converting old = *this; ++at_; return old; }
-    Converting& operator--() { --at_; return *this; }
-    Converting operator--(int) { Converting old = *this; --at_; return old; }
-    Converting& operator+=(difference_type n) { at_ += n; return *this; }
-    Converting& operator-=(difference_type n) { at_ -= n; return *this; }
+    double operator*() const { return (*convert_)(Load(at_)); }
+    double operator[](difference_type n) const { return (*convert_)(Load(at_ + n * Step)); }
+    Converting& operator++() { at_ += Step; return *this; }
+    Converting operator++(int) { Converting old = *this; at_ += Step; return old; }
+    Converting& operator--() { at_ -= Step; return *this; }
+    Converting operator--(int) { Converting old = *this; at_ -= Step; return old; }
+    Converting& operator+=(difference_type n) { at_ += n * Step; return *this; }
+    Converting& operator-=(difference_type n) { at_ -= n * Step; return *this; }
     friend Converting operator+(Converting i, difference_type n) { return i += n; }
     friend Converting operator+(difference_type n, Converting i) { return i += n; }
     friend Converting operator-(Converting i, difference_type n) { return i -= n; }
-    friend difference_type operator-(Converting const& a, Converting const& b) { return a.at_ - b.at_; }
+    friend difference_type operator-(Converting const& a, Converting const& b) { return (a.at_ - b.at_) / Step; }
     friend bool operator==(Converting const& a, Converting const& b) { return a.at_ == b.at_; }
     friend auto operator<=>(Converting const& a, Converting const& b) { return a.at_ <=> b.at_; }
 
 private:
-    T const* at_;
-    Convert convert_;
+    static constexpr difference_type Step = sizeof(T);
+
+    static T Load(unsigned char const* at) noexcept
+    {
+        T value;
+        std::memcpy(&value, at, sizeof(T));
+        return value;
+    }
+
+    unsigned char const* at_;
+    Convert const* convert_;
 };
 
 template <typename T, typename Convert>
-std::vector<double> ToDoubles(std::vector<T> const& values, Convert convert)
+void Append(std::vector<double>& result, unsigned char const* first, std::size_t count, Convert const& convert)
 {
-    T const* const first = values.data();
-    return std::vector<double>(Converting<T, Convert>(first, convert),
-                               Converting<T, Convert>(first + values.size(), convert));
+    result.insert(result.end(), Converting<T, Convert>(first, convert),
+                  Converting<T, Convert>(first + count * sizeof(T), convert));
 }
 
-template <typename T>
-std::vector<double> Widened(std::vector<T> const& values)
+// Appends element by element: convert(T) gives each double.
+template <typename T, typename Convert>
+auto Elementwise(Convert convert)
 {
-    return ToDoubles(values, [](T v) { return static_cast<double>(v); });
+    return [convert](std::vector<double>& result, unsigned char const* first, std::size_t count) {
+        Append<T>(result, first, count, convert);
+    };
 }
 
-// Unsigned normalized: 0 .. max maps to 0 .. 1.
-template <typename T>
-std::vector<double> UnsignedNormalized(std::vector<T> const& values, double max)
+// Halves go through the array half2float, which converts many per step, in
+// blocks small enough to stay in the first-level cache, and are then widened.
+void AppendHalves(std::vector<double>& result, unsigned char const* first, std::size_t count)
 {
-    return ToDoubles(values, [max](T v) { return static_cast<double>(v) / max; });
+    constexpr std::size_t Block = 512;
+    std::array<unsigned short, Block> halves;
+    std::array<float, Block> floats;
+    auto const widen = [](float v) { return static_cast<double>(v); };
+    for (std::size_t done = 0; done < count; done += Block) {
+        std::size_t const n = std::min(Block, count - done);
+        std::memcpy(halves.data(), first + done * sizeof(unsigned short), n * sizeof(unsigned short));
+        half2float(std::span<unsigned short const>(halves.data(), n), std::span<float>(floats.data(), n));
+        Append<float>(result, reinterpret_cast<unsigned char const*>(floats.data()), n, widen);
+    }
 }
 
-// Signed normalized: the most negative value clamps to -1 like the one above it.
-template <typename T>
-std::vector<double> SignedNormalized(std::vector<T> const& values, double max)
+// Every element of the level, every depth slice, converted in memory order;
+// empty when the device read fails. No mip or slice check: the device gets
+// `where` as given. The values are those of a tightly packed CopyImageBuffer
+// of the mapping, converted; appendRun(result, bytes, count) converts a run
+// of count elements of T.
+template <typename T, typename AppendRun>
+std::vector<double> ReadConverted(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                                  SubImage const& where, AppendRun const& appendRun)
 {
-    return ToDoubles(values, [max](T v) { return std::max(static_cast<double>(v) / max, -1.0); });
+    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
+    std::int64_t const width = level.width;
+    std::int64_t const rows = std::max<std::int64_t>(level.height, 1);
+    std::int64_t const slices = std::max<std::int64_t>(level.depth, 1);
+    std::int64_t const rowPitch = std::int64_t{GetSize(description.format)} * width;
+    std::int64_t const slicePitch = rowPitch * rows;
+    auto const count = static_cast<std::size_t>(slicePitch * slices) / sizeof(T);
+
+    std::vector<double> result;
+    bool const read = ImageAccess::ReadSubImage(factory, image, description, where, [&](MappedImage const& mapped) {
+        result.reserve(count);
+        auto const* data = static_cast<unsigned char const*>(mapped.data);
+        std::int64_t const mappedRowPitch = mapped.rowPitch;
+        std::int64_t const mappedSlicePitch = mapped.slicePitch;
+        if (width >= 1 && std::llabs(mappedRowPitch) >= rowPitch) {
+            // Each packed row would be the start of a mapped row, taken from
+            // the same addresses the copy uses: convert in place.
+            auto const perRow = static_cast<std::size_t>(rowPitch) / sizeof(T);
+            for (std::int64_t slice = 0; slice < slices; ++slice) {
+                unsigned char const* row = data + slice * mappedSlicePitch;
+                for (std::int64_t y = 0; y < rows; ++y, row += mappedRowPitch)
+                    appendRun(result, row, perRow);
+            }
+            return;
+        }
+        // Mapped rows narrower than packed ones: the copy leaves the rest of
+        // each packed row zero, and so must we.
+        std::vector<unsigned char> packed(static_cast<std::size_t>(slicePitch * slices));
+        CopyImageBuffer(data, mappedRowPitch, mappedSlicePitch, packed.data(), rowPitch, slicePitch, width, rows,
+                        slices);
+        appendRun(result, packed.data(), count);
+    });
+    if (!read)
+        return {};
+    return result;
 }
 
+// Stored values as they are.
 template <typename T>
-std::vector<double> Normalized(std::vector<T> const& values, bool raw, double max, bool isSigned)
+std::vector<double> Widened(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                            SubImage const& where)
+{
+    return ReadConverted<T>(factory, image, description, where,
+                            Elementwise<T>([](T v) { return static_cast<double>(v); }));
+}
+
+// Normalized formats: unsigned 0 .. max maps to 0 .. 1; for signed ones the
+// most negative value clamps to -1 like the one above it. raw keeps the
+// stored integers.
+template <typename T>
+std::vector<double> Normalized(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                               SubImage const& where, bool raw, double max, bool isSigned)
 {
     if (raw)
-        return Widened(values);
-    return isSigned ? SignedNormalized(values, max) : UnsignedNormalized(values, max);
+        return Widened<T>(factory, image, description, where);
+    if (isSigned)
+        return ReadConverted<T>(factory, image, description, where, Elementwise<T>([max](T v) {
+                                    return std::max(static_cast<double>(v) / max, -1.0);
+                                }));
+    return ReadConverted<T>(factory, image, description, where,
+                            Elementwise<T>([max](T v) { return static_cast<double>(v) / max; }));
 }
 
-std::vector<double> Halves(std::vector<std::uint16_t> const& values)
+std::vector<double> Halves(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                           SubImage const& where)
 {
-    return ToDoubles(values, [](std::uint16_t v) { return static_cast<double>(half2float(v)); });
+    return ReadConverted<std::uint16_t>(factory, image, description, where, &AppendHalves);
 }
 
 } // namespace
@@ -122,32 +181,31 @@ std::vector<double> ReadAsDoubles(IResourceFactory& factory, ImageId image, bool
     if (value >= FormatCount)
         return {};
 
-    auto read = [&]<typename T>(T) { return ReadLevel<T>(factory, image, description, where); };
-
+    auto const& d = description;
     if (value >= 1 && value <= 6)
-        return Normalized(read(std::uint8_t{}), raw, 255.0, false);
+        return Normalized<std::uint8_t>(factory, image, d, where, raw, 255.0, false);
     if (value >= 7 && value <= 9)
-        return Normalized(read(std::uint16_t{}), raw, 65535.0, false);
+        return Normalized<std::uint16_t>(factory, image, d, where, raw, 65535.0, false);
     if (value >= 10 && value <= 12)
-        return Normalized(read(std::int8_t{}), raw, 127.0, true);
+        return Normalized<std::int8_t>(factory, image, d, where, raw, 127.0, true);
     if (value >= 13 && value <= 15)
-        return Normalized(read(std::int16_t{}), raw, 32767.0, true);
+        return Normalized<std::int16_t>(factory, image, d, where, raw, 32767.0, true);
     if (value >= 16 && value <= 18)
-        return Widened(read(std::uint8_t{}));
+        return Widened<std::uint8_t>(factory, image, d, where);
     if (value >= 19 && value <= 21)
-        return Widened(read(std::uint16_t{}));
+        return Widened<std::uint16_t>(factory, image, d, where);
     if (value >= 22 && value <= 24)
-        return Widened(read(std::uint32_t{}));
+        return Widened<std::uint32_t>(factory, image, d, where);
     if (value >= 25 && value <= 27)
-        return Widened(read(std::int8_t{}));
+        return Widened<std::int8_t>(factory, image, d, where);
     if (value >= 28 && value <= 30)
-        return Widened(read(std::int16_t{}));
+        return Widened<std::int16_t>(factory, image, d, where);
     if (value >= 31 && value <= 33)
-        return Widened(read(std::int32_t{}));
+        return Widened<std::int32_t>(factory, image, d, where);
     if (value >= 34 && value <= 36)
-        return Halves(read(std::uint16_t{}));
+        return Halves(factory, image, d, where);
     if (value >= 37 && value <= 40)
-        return Widened(read(float{}));
+        return Widened<float>(factory, image, d, where);
     // None and the depth formats have no colour channels to report.
     return {};
 }

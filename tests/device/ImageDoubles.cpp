@@ -1,5 +1,6 @@
 #include "ImageTestHelpers.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -111,6 +112,25 @@ TEST_P(ImageDoubles, StagesALevelSizedReadbackOfAllSlices)
     auto const created = Recording()->Calls(Op::CreateImage);
     ASSERT_EQ(created.size(), 1u);
     EXPECT_EQ(created[0]->As<ImageDesc>(), (ImageDesc{{3, 2, 2}, Format::R16, 1, 1, 0x48}));
+}
+
+TEST_P(ImageDoubles, EveryHalfThroughPaddedBottomUpRowsMatchesHalf2Float)
+{
+    ZGU_NEEDS_RECORDING_DEVICE();
+    Recording()->SetRowPitchPadding(6);
+    Recording()->SetNegativeRowPitch(true);
+    ScopedImage image = MakeImage(Gpu(), {256, 256, 0}, Format::R16F, HostReadWrite);
+    std::vector<std::uint16_t> halves(0x10000);
+    for (std::size_t i = 0; i < halves.size(); ++i)
+        halves[i] = static_cast<std::uint16_t>(i * 40503u); // odd multiplier: every value once, scattered
+    WriteLevel(Gpu(), image.Get(), {}, halves);
+
+    std::vector<double> const values = ReadAsDoubles(Gpu(), image.Get(), true, {});
+    ASSERT_EQ(values.size(), halves.size());
+    for (std::size_t i = 0; i < halves.size(); ++i)
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(values[i]),
+                  std::bit_cast<std::uint64_t>(static_cast<double>(half2float(halves[i]))))
+            << std::hex << halves[i];
 }
 
 TEST_P(ImageDoubles, DeviceFailuresLeaveNothingBehind)

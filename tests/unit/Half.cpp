@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <span>
+#include <vector>
 
 using namespace Zorvan::Rendering;
 
@@ -82,6 +84,40 @@ TEST(Half, Float2HalfTruncatesLikeTheReferenceOverSampledFloats)
             ADD_FAILURE() << "bits " << std::hex << b << ": " << float2half(f) << " vs " << ReferenceFloat2Half(f);
     }
     EXPECT_EQ(mismatches, 0u);
+}
+
+TEST(Half, ArrayFormsMatchTheScalarFormsBitForBit)
+{
+    // Every half, then a few specials past the last whole group of eight.
+    std::vector<unsigned short> halves(0x10000);
+    for (std::uint32_t h = 0; h < 0x10000; ++h)
+        halves[h] = static_cast<unsigned short>(h);
+    halves.insert(halves.end(), {0x0001, 0x83FF, 0x7C01, 0xFC00, 0x8000, 0x3C00, 0x7BFF});
+    std::vector<float> floats(halves.size());
+    half2float(std::span<unsigned short const>(halves), std::span<float>(floats));
+    for (std::size_t i = 0; i < halves.size(); ++i)
+        ASSERT_EQ(Bits(floats[i]), Bits(half2float(halves[i]))) << std::hex << halves[i];
+
+    std::vector<float> sample;
+    for (std::uint64_t b = 0; b <= 0xFFFFFFFFu; b += 4099)
+        sample.push_back(FromBits(static_cast<std::uint32_t>(b)));
+    std::vector<unsigned short> converted(sample.size());
+    float2half(std::span<float const>(sample), std::span<unsigned short>(converted));
+    for (std::size_t i = 0; i < sample.size(); ++i)
+        ASSERT_EQ(converted[i], float2half(sample[i])) << std::hex << Bits(sample[i]);
+}
+
+TEST(Half, ArrayFormsConvertOnlyWhatBothSpansHold)
+{
+    std::vector<float> const in = {1.0f, -2.0f, 65536.0f};
+    std::vector<unsigned short> out = {7, 7};
+    float2half(std::span<float const>(in), std::span<unsigned short>(out));
+    EXPECT_EQ(out, (std::vector<unsigned short>{0x3C00, 0xC000}));
+
+    std::vector<unsigned short> const halves = {0x3C00};
+    std::vector<float> floats = {5.0f, 5.0f};
+    half2float(std::span<unsigned short const>(halves), std::span<float>(floats));
+    EXPECT_EQ(floats, (std::vector<float>{1.0f, 5.0f}));
 }
 
 } // namespace
