@@ -123,8 +123,9 @@ RgbaImage NormalisedDepth(std::vector<float> const& depth, Size size, double& ne
     double const range = farthest > nearest ? farthest - nearest : 1.0;
     RgbaImage image{size.width, size.height, std::vector<unsigned char>(depth.size() * 4, 255)};
     for (std::size_t i = 0; i < depth.size(); ++i) {
-        double const t = depth[i] < 1.0f ? 1.0 - (depth[i] - nearest) / range : 0.0;
-        auto const grey = static_cast<unsigned char>(std::lround(40.0 + 215.0 * t) * (depth[i] < 1.0f));
+        auto const grey =
+            depth[i] < 1.0f ? static_cast<unsigned char>(std::lround(255.0 - 215.0 * (depth[i] - nearest) / range))
+                            : static_cast<unsigned char>(0);
         std::fill_n(image.pixels.begin() + std::ptrdiff_t(i * 4), 3, grey);
     }
     FlipRows(image);
