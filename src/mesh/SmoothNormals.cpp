@@ -66,11 +66,13 @@ std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(span<Math:
     tbb::task_group group;
     group.run([&] { faces = CalculateTriangleNormals(positions, triangles); });
     group.run([&] { adjacency = BuildAdjacency(positions.size(), triangles); });
+    // The calling thread's own share while the tasks run: the threshold, and
+    // zero-filling the result, whose page faults would otherwise be serial.
     float const threshold = static_cast<float>(std::cos(angle));
+    std::vector<Math::point<float, 3>> result(3 * triangles.size());
     group.wait();
 
     double const limit = threshold;
-    std::vector<Math::point<float, 3>> result(3 * triangles.size());
     TriangleNormal const* const face = faces.data();
     std::uint64_t const* const offsets = adjacency.offsets.data();
     std::uint64_t const* const list = adjacency.list.data();

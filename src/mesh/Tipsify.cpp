@@ -5,14 +5,15 @@
 // that uses it, then picks the next fanning vertex among the vertices just
 // written by a cache-aware score; if none is live, falls back to a stack of
 // recently written vertices and finally to a forward scan over all vertices.
-// All working storage is allocated up front; the fan loop only grows the
-// candidate vector when a fan touches more distinct vertices than ever before.
+// All working storage is allocated once, sized for the worst case, so the fan
+// loop never allocates or checks capacities.
 
 #include <Rendering/Mesh.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -23,18 +24,21 @@ namespace {
 // twice). Only whole primitives are listed.
 struct PrimitiveAdjacency {
     std::vector<std::uint32_t> offsets; // vertexCount + 1
-    std::vector<std::uint32_t> list;
+    std::unique_ptr<std::uint32_t[]> list;
+    std::uint32_t largestFan = 0;       // most references to one vertex
 
     PrimitiveAdjacency(std::uint16_t const* indices, std::uint32_t primitiveCount, unsigned int vertexCount,
                        unsigned int primitiveSize)
-        : offsets(std::size_t{vertexCount} + 1, 0)
+        : offsets(std::size_t{vertexCount} + 1, 0),
+          list(std::make_unique_for_overwrite<std::uint32_t[]>(std::size_t{primitiveCount} * primitiveSize))
     {
         std::size_t const wholeIndices = std::size_t{primitiveCount} * primitiveSize;
         for (std::size_t k = 0; k < wholeIndices; ++k)
             ++offsets[std::size_t{indices[k]} + 1];
-        for (std::size_t v = 0; v < vertexCount; ++v)
+        for (std::size_t v = 0; v < vertexCount; ++v) {
+            largestFan = std::max(largestFan, offsets[v + 1]);
             offsets[v + 1] += offsets[v];
-        list.resize(wholeIndices);
+        }
         // Fill from the front: offsets[v] serves as v's cursor and ends up at
         // the start of v + 1's range, so shifting by one restores the offsets.
         std::size_t k = 0;
@@ -45,7 +49,24 @@ struct PrimitiveAdjacency {
             offsets[v] = offsets[v - 1];
         offsets[0] = 0;
     }
+
+    std::uint32_t References(std::size_t v) const noexcept { return offsets[v + 1] - offsets[v]; }
 };
+
+// Lower bound by binary search without data-dependent branches: the set is
+// tiny and its comparisons are unpredictable, so conditional moves win.
+std::uint16_t* LowerBound(std::uint16_t* first, std::uint16_t* last, std::uint16_t v) noexcept
+{
+    std::size_t length = static_cast<std::size_t>(last - first);
+    if (length == 0)
+        return first;
+    while (length > 1) {
+        std::size_t const half = length / 2;
+        first += first[half - 1] < v ? half : 0;
+        length -= half;
+    }
+    return first + (*first < v ? 1 : 0);
+}
 
 } // namespace
 
@@ -57,34 +78,50 @@ void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
         return;
 
     std::uint32_t const primitiveCount = indexCount / primitiveSize;
+    std::size_t const wholeIndices = std::size_t{primitiveCount} * primitiveSize;
+    PrimitiveAdjacency const adjacency(indices, primitiveCount, vertexCount, primitiveSize);
 
-    // Live counts include an incomplete trailing primitive's indices: those
-    // never reach zero, which is why callers must pass whole primitives.
-    std::vector<std::uint32_t> live(vertexCount, 0);
-    for (unsigned int k = 0; k < indexCount; ++k)
+    // A vertex is live once per occurrence: its whole-primitive references,
+    // plus any in an incomplete trailing primitive. Those never reach zero,
+    // which is why callers must pass whole primitives.
+    std::vector<std::uint32_t> live(vertexCount);
+    for (std::size_t v = 0; v < vertexCount; ++v)
+        live[v] = adjacency.References(v);
+    for (std::size_t k = wholeIndices; k < indexCount; ++k)
         ++live[indices[k]];
 
-    PrimitiveAdjacency const adjacency(indices, primitiveCount, vertexCount, primitiveSize);
     std::vector<std::uint32_t> stamp(vertexCount, 0);
     std::vector<std::uint32_t> emitted((std::size_t{primitiveCount} + 31) / 32, 0);
 
-    // Every written index is pushed once, so this capacity is never exceeded.
-    std::vector<std::uint16_t> deadEnd;
-    deadEnd.reserve(std::size_t{primitiveCount} * primitiveSize);
-    std::vector<std::uint16_t> candidates;
-    candidates.reserve(64);
+    // Dead-end stack: every written index is pushed once, so it never holds
+    // more than the whole indices.
+    auto const deadEnd = std::make_unique_for_overwrite<std::uint16_t[]>(wholeIndices);
+    std::size_t deadEndSize = 0;
+
+    // Candidates: the distinct vertices written by the current fan, kept
+    // sorted. A fan writes at most primitiveSize indices per primitive of the
+    // largest fan.
+    auto const candidates =
+        std::make_unique_for_overwrite<std::uint16_t[]>(std::size_t{adjacency.largestFan} * primitiveSize + 1);
+    std::uint16_t* candidatesEnd = candidates.get();
 
     std::uint32_t s = std::uint32_t{cacheSize} + 1; // every vertex starts outside the cache
     int i = 1;                                      // scan cursor, never moves back
     unsigned int f = 0;
     std::uint16_t* out = result;
     std::uint32_t const secondaryCorners = primitiveSize - 1;
+    std::uint32_t const* const list = adjacency.list.get();
 
     for (;;) {
-        candidates.clear();
+        candidatesEnd = candidates.get();
 
-        std::uint32_t const* const fanEnd = adjacency.list.data() + adjacency.offsets[f + 1];
-        for (std::uint32_t const* it = adjacency.list.data() + adjacency.offsets[f]; it != fanEnd; ++it) {
+        std::uint32_t const* const fanBegin = list + adjacency.offsets[f];
+        std::uint32_t const* const fanEnd = list + adjacency.offsets[f + 1];
+        // The fan's primitives lie anywhere in the index list: start all their
+        // cache misses at once rather than one after another.
+        for (std::uint32_t const* it = fanBegin; it != fanEnd; ++it)
+            __builtin_prefetch(indices + std::size_t{*it} * primitiveSize);
+        for (std::uint32_t const* it = fanBegin; it != fanEnd; ++it) {
             std::uint32_t const t = *it;
             std::uint32_t const bit = std::uint32_t{1} << (t & 31);
             if (emitted[t >> 5] & bit)
@@ -95,10 +132,16 @@ void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
             for (unsigned int j = 0; j < primitiveSize; ++j) {
                 std::uint16_t const v = corner[j];
                 *out++ = v;
-                deadEnd.push_back(v);
-                auto const at = std::lower_bound(candidates.begin(), candidates.end(), v);
-                if (at == candidates.end() || *at != v)
-                    candidates.insert(at, v);
+                deadEnd[deadEndSize++] = v;
+                std::uint16_t* const at = LowerBound(candidates.get(), candidatesEnd, v);
+                if (at == candidatesEnd || *at != v) {
+                    // The set is a handful of entries: shift by hand rather
+                    // than pay for a memmove call.
+                    for (std::uint16_t* p = candidatesEnd; p != at; --p)
+                        *p = p[-1];
+                    *at = v;
+                    ++candidatesEnd;
+                }
                 --live[v];
                 // A miss loads v and advances the clock; hits leave both alone.
                 if (static_cast<std::int32_t>(s - stamp[v]) > static_cast<std::int32_t>(cacheSize)) {
@@ -113,7 +156,8 @@ void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
         // lowest vertex number because only a strictly greater score replaces.
         std::int32_t best = -1;
         std::int32_t next = -1;
-        for (std::uint16_t const v : candidates) {
+        for (std::uint16_t const* c = candidates.get(); c != candidatesEnd; ++c) {
+            std::uint16_t const v = *c;
             if (live[v] == 0)
                 continue;
             std::uint32_t const p = s - stamp[v];
@@ -124,9 +168,8 @@ void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
             }
         }
 
-        while (next < 0 && !deadEnd.empty()) {
-            std::uint16_t const v = deadEnd.back();
-            deadEnd.pop_back();
+        while (next < 0 && deadEndSize > 0) {
+            std::uint16_t const v = deadEnd[--deadEndSize];
             if (live[v] > 0)
                 next = v;
         }

@@ -52,20 +52,29 @@ GpuStopWatch& GpuStopWatch::operator=(GpuStopWatch&& other) noexcept
 
 void GpuStopWatch::Start()
 {
+    if (gpu_ != nullptr)
+        gpu_->BeginQuery(frequencyQuery_.Get());
+    // Only once the range is open, so a failed begin is never ended.
     state_ = Started;
-    if (gpu_ == nullptr)
-        return;
-    gpu_->BeginQuery(frequencyQuery_.Get());
-    gpu_->RecordQuery(startQuery_.Get());
+    if (gpu_ != nullptr)
+        gpu_->RecordQuery(startQuery_.Get());
 }
 
 void GpuStopWatch::Stop()
 {
+    // The range is closed even when the timestamp fails; while it stays open
+    // the watch stays started, so the destructor closes it.
+    if (gpu_ != nullptr) {
+        try {
+            gpu_->RecordQuery(endQuery_.Get());
+        } catch (...) {
+            gpu_->EndQuery(frequencyQuery_.Get());
+            state_ = Stopped;
+            throw;
+        }
+        gpu_->EndQuery(frequencyQuery_.Get());
+    }
     state_ = Stopped;
-    if (gpu_ == nullptr)
-        return;
-    gpu_->RecordQuery(endQuery_.Get());
-    gpu_->EndQuery(frequencyQuery_.Get());
 }
 
 double GpuStopWatch::GetSeconds()

@@ -65,11 +65,15 @@ BufferId UpdateDynamicVertexBuffer(BufferId buffer, IResourceFactory& factory, u
             buffer = BufferId{};
         }
     }
-    if (!buffer.IsValid())
-        buffer = factory.CreateBuffer(BufferDescription{size, dynamicVertex}, nullptr);
-
-    Update(buffer, factory, size, data);
-    return buffer;
+    if (buffer.IsValid()) {
+        Update(buffer, factory, size, data);
+        return buffer;
+    }
+    // Held while it is filled: the caller only learns of it on return.
+    ScopedResource<BufferId, IResourceFactory> created(&factory,
+                                                       factory.CreateBuffer(BufferDescription{size, dynamicVertex}, nullptr));
+    Update(created.Get(), factory, size, data);
+    return created.Detach();
 }
 
 } // namespace Zorvan::Rendering

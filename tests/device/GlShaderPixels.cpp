@@ -155,6 +155,26 @@ TEST_P(GlShaderPixels, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
         }
 }
 
+// One sample: the resolve is a copy of the depth, through the same loop.
+TEST_P(GlShaderPixels, ResolvingASingleSampleCopiesTheDepth)
+{
+    if (OnRecordingDevice())
+        GTEST_SKIP() << "needs real pixels";
+    std::vector<float> depths(4 * 4);
+    for (std::size_t i = 0; i < depths.size(); ++i)
+        depths[i] = static_cast<float>(i) / 16.0f + 1.0f / 64.0f;
+    PixelImage const source = MakePixelImage(Gpu(), {4, 4, 0}, Format::D32F,
+                                             ImageUsage::ShaderResource | ImageUsage::HostWrite);
+    WritePixels(Gpu(), source.Get(), {}, depths);
+    PixelImage const destination =
+        MakePixelImage(Gpu(), {4, 4, 0}, Format::D32F, ImageUsage::RenderTarget | ImageUsage::CopySource);
+    {
+        ShaderBasedMsaaDepthResolver resolver(Gpu());
+        resolver.Resolve(source.Get(), destination.Get(), DepthSelectionMode::Min);
+    }
+    EXPECT_EQ(ReadPixels<float>(Gpu(), destination.Get()), depths);
+}
+
 INSTANTIATE_DEVICE_TEST_SUITE(GlShaderPixels);
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -45,6 +46,25 @@ protected:
     std::unique_ptr<GlDevice> device_;
     std::vector<std::string> messages_;
 };
+
+// Without any EGL driver the constructor says why instead of crashing. The
+// child re-executes the test binary, so the driver list is read afresh.
+TEST(GlDeviceCreation, WithoutAnEglDriverTheErrorSaysWhy)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent/egl-vendor.json", 1);
+            try {
+                GlDevice device;
+            } catch (GlDeviceError const& error) {
+                std::fputs(error.what(), stderr);
+                std::exit(3);
+            }
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(3), "no EGL display for a headless GL context");
+}
 
 TEST_F(GlDeviceTest, DescribesTheContext)
 {
@@ -318,6 +338,60 @@ TEST_F(GlDeviceTest, QueriesNeverBlockAndFrequencyWaitsForBothTimestamps)
     Device().DestroyQuery(end);
     Device().DestroyQuery(start);
     Device().DestroyQuery(range);
+    EXPECT_EQ(Device().LiveResourceCount(), 0u);
+}
+
+// Callers' own meshes: attributes found by semantic across two vertex-buffer
+// slots, 32-bit indices, and an index range past the buffer refused.
+TEST_F(GlDeviceTest, IndexedDrawsFeedAttributesBySemanticFromSeveralSlots)
+{
+    ImageId const target = Device().CreateImage({{4, 4, 0}, Format::R8G8B8A8, 1, 1,
+                                                 ImageUsage::RenderTarget | ImageUsage::HostRead});
+    RtvId const view = Device().CreateRenderTargetView(target, {});
+    ShaderDescription program;
+    program.vertex = "[in float3 p : position]\n[in float4 c : color]\n[out float4 shade : shade]\n"
+                     "void main() { $Position$ = float4($p$, 1.0); $shade$ = $c$; }";
+    program.fragment = "[in float4 shade : shade]\n[out float4 o : 0]\nvoid main() { $o$ = $shade$; }";
+    ShaderId const shader = Device().CreateShader(program);
+    PipelineStateDescription description;
+    description.shader = shader;
+    description.inputLayout[0] = {"position", 0, Format::R32G32B32F, 0, 0, 0};
+    description.inputLayout[1] = {"color", 0, Format::R8G8B8A8, 0, 1, 0};
+    description.renderTargetFormats[0] = Format::R8G8B8A8;
+    PsoId const pipeline = Device().CreatePipelineState(description);
+
+    float const corners[] = {-1, -1, 0, 1, -1, 0, 1, 1, 0, -1, 1, 0};
+    std::uint8_t const colours[] = {255, 128, 0, 255, 255, 128, 0, 255, 255, 128, 0, 255, 255, 128, 0, 255};
+    std::uint32_t const indices[] = {0, 1, 2, 0, 2, 3};
+    BufferId const positions = Device().CreateBuffer({sizeof corners, BufferUsage::Vertex}, corners);
+    BufferId const colourBuffer = Device().CreateBuffer({sizeof colours, BufferUsage::Vertex}, colours);
+    BufferId const indexBuffer = Device().CreateBuffer({sizeof indices, BufferUsage::Index}, indices);
+    BindingState bindings;
+    bindings.renderTargets[0] = view;
+    Device().BindPipelineState(pipeline, bindings);
+    VertexBufferBindings vertexBuffers;
+    vertexBuffers.buffers[0] = positions;
+    vertexBuffers.buffers[1] = colourBuffer;
+    Device().DrawIndexed(vertexBuffers, indexBuffer, 6, 0);
+    Device().DrawIndexed(vertexBuffers, indexBuffer, 6, 1);
+    EXPECT_EQ(TakeMessages().size(), 1u); // seven indices from a buffer of six
+
+    MappedImage const pixels = Device().MapImage(target, {}, MapMode::Read);
+    ASSERT_NE(pixels.data, nullptr);
+    std::vector<std::uint8_t> const got(static_cast<std::uint8_t*>(pixels.data),
+                                        static_cast<std::uint8_t*>(pixels.data) + 64);
+    Device().UnmapImage(target, {});
+    std::vector<std::uint8_t> expected;
+    for (int i = 0; i < 16; ++i)
+        expected.insert(expected.end(), {255, 128, 0, 255});
+    EXPECT_EQ(got, expected);
+
+    for (BufferId buffer : {indexBuffer, colourBuffer, positions})
+        Device().DestroyBuffer(buffer);
+    Device().DestroyPipelineState(pipeline);
+    Device().DestroyShader(shader);
+    Device().DestroyRenderTargetView(view);
+    Device().DestroyImage(target);
     EXPECT_EQ(Device().LiveResourceCount(), 0u);
 }
 

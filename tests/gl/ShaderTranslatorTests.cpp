@@ -81,6 +81,17 @@ TEST(ShaderTranslator, ResolveFetchesSamplesWithIntegerCoordinates)
                                     "(texelFetch(zgu_tex_msaaDepth, ivec2(uvec2(gl_FragCoord.xy)), int(i))).x);"));
 }
 
+TEST(ShaderTranslator, SingleSampleVariantReadsTheOnlySampleOfAPlainTexture)
+{
+    TranslatedShader const normal = TranslateShader(ShaderStageKind::Fragment, ResolveFragmentMin);
+    EXPECT_TRUE(normal.multisampledTextures);
+    TranslatedShader const variant = TranslateShader(ShaderStageKind::Fragment, ResolveFragmentMin, {true});
+    ASSERT_TRUE(variant.Ok()) << variant.error;
+    EXPECT_THAT(variant.glsl, HasSubstr("uniform sampler2D zgu_tex_msaaDepth;"));
+    EXPECT_THAT(variant.glsl, HasSubstr("texelFetch(zgu_tex_msaaDepth, ivec2(uvec2(gl_FragCoord.xy)), 0 * int(i))"));
+    EXPECT_FALSE(TranslateShader(ShaderStageKind::Fragment, CopyFragment).multisampledTextures);
+}
+
 TEST(ShaderTranslator, MacroArgumentsKeepNestedParenthesesAndCommas)
 {
     std::string const fragment =

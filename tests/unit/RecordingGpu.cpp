@@ -243,16 +243,20 @@ TEST(RecordingGpu, CopyMisuseIsRecordedAndCopiesNothing)
     ImageId const plain = gpu.CreateImage(Desc({2, 2, 0}, 0, Format::R8));
     ImageId const wide = gpu.CreateImage(Desc({2, 2, 0}, CopyRW, Format::R16));
     ImageId const target = gpu.CreateImage(Desc({2, 2, 0}, CopyRW, Format::R8));
+    ImageId const msaa = gpu.CreateImage(Desc({2, 2, 0}, CopyRW, Format::R8, 4));
     gpu.WriteImage(wide, {}, Ramp(8));
+    gpu.WriteImage(msaa, {}, Ramp(4));
     gpu.CopyImage(plain, {}, target, {});
     gpu.CopyImage(wide, {}, target, {});
+    gpu.CopyImage(msaa, {}, target, {});
     gpu.CopyImage(target, {}, target, {});
     EXPECT_EQ(gpu.ReadImage(target), std::vector<std::byte>(4));
-    ASSERT_EQ(gpu.Errors().size(), 3u) << gpu.Problems();
+    ASSERT_EQ(gpu.Errors().size(), 4u) << gpu.Problems();
     EXPECT_THAT(gpu.Errors()[0], HasSubstr("lacks CopySource 0x20"));
     EXPECT_THAT(gpu.Errors()[1], HasSubstr("2-byte pixels"));
-    EXPECT_THAT(gpu.Errors()[2], HasSubstr("onto itself"));
-    for (ImageId id : {plain, wide, target})
+    EXPECT_THAT(gpu.Errors()[2], HasSubstr("has 4 samples"));
+    EXPECT_THAT(gpu.Errors()[3], HasSubstr("onto itself"));
+    for (ImageId id : {plain, wide, target, msaa})
         gpu.DestroyImage(id);
 }
 

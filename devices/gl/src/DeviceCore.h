@@ -69,6 +69,8 @@ struct LinkedProgram {
     };
     GlProgram program;
     std::vector<Sampler> samplers;
+    // The same program with multisampled textures read as single-sampled ones.
+    std::shared_ptr<LinkedProgram> singleSampled;
 
     GLuint Get() const noexcept { return program.Get(); }
 };

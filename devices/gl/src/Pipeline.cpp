@@ -136,7 +136,6 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
     if (record == nullptr)
         return;
     PipelineStateDescription const& d = record->description;
-    glUseProgram(record->program->Get());
     glBindVertexArray(record->vertexArray.Get());
     ApplyFixedState(d);
 
@@ -172,14 +171,25 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
         glBindSampler(static_cast<GLuint>(slot), sampler);
     }
 
-    // GL draws nothing useful from a sampler whose texture has the wrong kind; say so instead.
-    for (auto const& sampler : record->program->samplers) {
-        GLenum const target = sampler.unit < viewTargets.size() ? viewTargets[sampler.unit] : 0;
-        if (target != 0 && (target == GL_TEXTURE_2D_MULTISAMPLE) != sampler.multisampled)
-            return s.Error("BindPipelineState: texture slot " + std::to_string(sampler.unit) + " holds a " +
-                           (sampler.multisampled ? "single-sampled" : "multisampled") + " view but the shader reads " +
-                           sampler.name + " as " + (sampler.multisampled ? "multisampled" : "single-sampled"));
+    // A sampler must meet a view of its kind; a single-sampled view where the
+    // shader reads samples selects the program's single-sample variant.
+    auto const fits = [&viewTargets](LinkedProgram const& program) -> LinkedProgram::Sampler const* {
+        for (auto const& sampler : program.samplers) {
+            GLenum const target = sampler.unit < viewTargets.size() ? viewTargets[sampler.unit] : 0;
+            if (target != 0 && (target == GL_TEXTURE_2D_MULTISAMPLE) != sampler.multisampled)
+                return &sampler;
+        }
+        return nullptr;
+    };
+    LinkedProgram const* program = record->program.get();
+    if (auto const* misfit = fits(*program)) {
+        if (!program->singleSampled || fits(*program->singleSampled) != nullptr)
+            return s.Error("BindPipelineState: texture slot " + std::to_string(misfit->unit) + " holds a " +
+                           (misfit->multisampled ? "single-sampled" : "multisampled") + " view but the shader reads " +
+                           misfit->name + " as " + (misfit->multisampled ? "multisampled" : "single-sampled"));
+        program = program->singleSampled.get();
     }
+    glUseProgram(program->Get());
 
     // The targets: one framebuffer, re-attached for every binding.
     GLuint const framebuffer = s.targetFramebuffer.Get();

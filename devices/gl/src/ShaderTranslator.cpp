@@ -127,6 +127,7 @@ std::pair<std::string_view, std::uint32_t> SplitSemantic(std::string_view semant
 struct Texture {
     std::string identifier;
     int components = 4;
+    bool multisampled = false;
 };
 
 std::string Swizzle(int components)
@@ -141,7 +142,10 @@ std::string Swizzle(int components)
 
 class Translator {
 public:
-    Translator(ShaderStageKind stage, std::string_view source) : stage_(stage), source_(source) {}
+    Translator(ShaderStageKind stage, std::string_view source, TranslationOptions options)
+        : stage_(stage), source_(source), options_(options)
+    {
+    }
 
     TranslatedShader Run()
     {
@@ -156,6 +160,7 @@ public:
             if (Resolve(body, resolved)) {
                 result.glsl = "#version 450 core\n" + resolved;
                 result.vertexInputs = std::move(inputs_);
+                result.multisampledTextures = multisampled_;
                 return result;
             }
         }
@@ -341,11 +346,14 @@ private:
             if (!slot)
                 return Fail(at, std::string(word) + " needs a slot number");
             std::string const identifier = "zgu_tex_" + std::string(name);
-            if (!textures_.emplace(std::string(name), Texture{identifier, type->components}).second)
+            bool const multisampled = word == "TEXTURE_2DMS";
+            multisampled_ = multisampled_ || multisampled;
+            if (!textures_.emplace(std::string(name), Texture{identifier, type->components, multisampled}).second)
                 return Fail(at, "texture \"" + std::string(name) + "\" declared twice");
             char const* prefix = type->kind == 'i' ? "i" : type->kind == 'u' ? "u" : "";
+            bool const asMultisampled = multisampled && !options_.singleSampledTextures;
             out += "layout(binding = " + std::to_string(*slot) + ") uniform " + prefix +
-                   (word == "TEXTURE_2D" ? "sampler2D " : "sampler2DMS ") + identifier;
+                   (asMultisampled ? "sampler2DMS " : "sampler2D ") + identifier;
             return true;
         }
         // SAMPLE(texture, uv) and READ_SAMPLE(texture, coordinates, sample)
@@ -366,7 +374,10 @@ private:
             translated.emplace_back(Trim(piece));
         }
         out += "(";
-        if (fetch)
+        if (fetch && texture->second.multisampled && options_.singleSampledTextures)
+            out += "texelFetch(" + texture->second.identifier + ", ivec2(" + translated[0] + "), 0 * int(" +
+                   translated[1] + "))";
+        else if (fetch)
             out += "texelFetch(" + texture->second.identifier + ", ivec2(" + translated[0] + "), int(" +
                    translated[1] + "))";
         else
@@ -473,6 +484,8 @@ private:
 
     ShaderStageKind stage_;
     std::string_view source_;
+    TranslationOptions options_;
+    bool multisampled_ = false;
     std::string error_;
     std::map<std::string, std::string> variables_;
     std::map<std::string, Texture> textures_;
@@ -498,9 +511,9 @@ std::string AttributeIdentifier(std::string_view semanticName, std::uint32_t sem
     return "zgu_in_" + std::string(semanticName) + std::to_string(semanticIndex);
 }
 
-TranslatedShader TranslateShader(ShaderStageKind stage, std::string_view source)
+TranslatedShader TranslateShader(ShaderStageKind stage, std::string_view source, TranslationOptions options)
 {
-    return Translator(stage, source).Run();
+    return Translator(stage, source, options).Run();
 }
 
 } // namespace Zorvan::Rendering::Gl::detail

@@ -25,11 +25,18 @@ struct TranslatedShader {
     std::string glsl;           // empty when error is set
     std::string error;          // "line N: what is wrong"
     std::vector<VertexInput> vertexInputs;
+    bool multisampledTextures = false; // the source declares a TEXTURE_2DMS
 
     bool Ok() const noexcept { return error.empty(); }
 };
 
-TranslatedShader TranslateShader(ShaderStageKind stage, std::string_view source);
+struct TranslationOptions {
+    // TEXTURE_2DMS becomes a plain 2D sampler and READ_SAMPLE reads its only
+    // sample (level 0), for images that have a single sample.
+    bool singleSampledTextures = false;
+};
+
+TranslatedShader TranslateShader(ShaderStageKind stage, std::string_view source, TranslationOptions options = {});
 
 // GLSL name of the vertex attribute an input layout entry feeds; the
 // translator gives the matching "[in T x : <name><index>]" this name.

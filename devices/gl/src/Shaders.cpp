@@ -75,12 +75,12 @@ struct Stage {
     std::string const* source;
 };
 
-} // namespace
-
-ShaderId GlDevice::CreateShader(ShaderDescription const& description)
+// Translates, compiles and links; the error text names the failing step and
+// shows the source it failed on. A variant with single-sampled textures keeps
+// the attribute locations of the program it stands in for.
+std::shared_ptr<LinkedProgram> BuildProgram(ShaderDescription const& description, bool singleSampled,
+                                            GLuint sameAttributesAs, bool& multisampledTextures, std::string& error)
 {
-    auto& s = *state_;
-    s.MakeCurrent();
     Stage const stages[] = {
         {ShaderStageKind::Vertex, GL_VERTEX_SHADER, &description.vertex},
         {ShaderStageKind::TessellationControl, GL_TESS_CONTROL_SHADER, &description.tessellationControl},
@@ -88,52 +88,87 @@ ShaderId GlDevice::CreateShader(ShaderDescription const& description)
         {ShaderStageKind::Geometry, GL_GEOMETRY_SHADER, &description.geometry},
         {ShaderStageKind::Fragment, GL_FRAGMENT_SHADER, &description.fragment},
     };
-    if (description.vertex.empty())
-        return s.Error("CreateShader: a program needs a vertex stage"), ShaderId{};
-
+    TranslationOptions const options{singleSampled};
     std::vector<GlShader> compiled;
+    std::string sources;
     for (Stage const& stage : stages) {
         if (stage.source->empty())
             continue;
-        TranslatedShader translated = TranslateShader(stage.kind, *stage.source);
-        if (!translated.Ok())
-            return s.Error(std::string("CreateShader: the ") + ToString(stage.kind) +
-                           " stage does not translate: " + translated.error + "\n" + Numbered(*stage.source)),
-                   ShaderId{};
+        TranslatedShader translated = TranslateShader(stage.kind, *stage.source, options);
+        if (!translated.Ok()) {
+            error = std::string("the ") + ToString(stage.kind) + " stage does not translate: " + translated.error +
+                    "\n" + Numbered(*stage.source);
+            return nullptr;
+        }
+        multisampledTextures = multisampledTextures || translated.multisampledTextures;
         GlShader shader(glCreateShader(stage.glStage));
         char const* text = translated.glsl.c_str();
         glShaderSource(shader.Get(), 1, &text, nullptr);
         glCompileShader(shader.Get());
         GLint ok = GL_FALSE;
         glGetShaderiv(shader.Get(), GL_COMPILE_STATUS, &ok);
-        if (ok != GL_TRUE)
-            return s.Error(std::string("CreateShader: the ") + ToString(stage.kind) +
-                           " stage does not compile:\n" + ShaderLog(shader.Get()) + "\n" + Numbered(translated.glsl)),
-                   ShaderId{};
+        if (ok != GL_TRUE) {
+            error = std::string("the ") + ToString(stage.kind) + " stage does not compile:\n" +
+                    ShaderLog(shader.Get()) + "\n" + Numbered(translated.glsl);
+            return nullptr;
+        }
+        sources += std::string(ToString(stage.kind)) + ":\n" + Numbered(translated.glsl);
         compiled.push_back(std::move(shader));
     }
     GlProgram program(glCreateProgram());
     for (auto const& shader : compiled)
         glAttachShader(program.Get(), shader.Get());
+    if (sameAttributesAs != 0) {
+        GLint count = 0;
+        glGetProgramiv(sameAttributesAs, GL_ACTIVE_ATTRIBUTES, &count);
+        for (GLint i = 0; i < count; ++i) {
+            char name[256];
+            GLint size = 0;
+            GLenum type = 0;
+            glGetActiveAttrib(sameAttributesAs, static_cast<GLuint>(i), sizeof name, nullptr, &size, &type, name);
+            GLint const location = glGetAttribLocation(sameAttributesAs, name);
+            if (location >= 0)
+                glBindAttribLocation(program.Get(), static_cast<GLuint>(location), name);
+        }
+    }
     glLinkProgram(program.Get());
     for (auto const& shader : compiled)
         glDetachShader(program.Get(), shader.Get());
     GLint ok = GL_FALSE;
     glGetProgramiv(program.Get(), GL_LINK_STATUS, &ok);
     if (ok != GL_TRUE) {
-        std::string sources;
-        for (Stage const& stage : stages)
-            if (!stage.source->empty())
-                sources += std::string(ToString(stage.kind)) + ":\n" +
-                           Numbered(TranslateShader(stage.kind, *stage.source).glsl);
-        return s.Error("CreateShader: the program does not link:\n" + ProgramLog(program.Get()) + "\n" + sources),
-               ShaderId{};
+        error = "the program does not link:\n" + ProgramLog(program.Get()) + "\n" + sources;
+        return nullptr;
     }
-    s.CheckGlErrors("CreateShader");
     auto linked = std::make_shared<LinkedProgram>();
     linked->samplers = Samplers(program.Get());
     linked->program = std::move(program);
-    return ShaderId{s.shaders.Insert(ShaderRecord{std::move(linked)})};
+    return linked;
+}
+
+} // namespace
+
+ShaderId GlDevice::CreateShader(ShaderDescription const& description)
+{
+    auto& s = *state_;
+    s.MakeCurrent();
+    if (description.vertex.empty())
+        return s.Error("CreateShader: a program needs a vertex stage"), ShaderId{};
+    std::string error;
+    bool multisampled = false;
+    std::shared_ptr<LinkedProgram> program = BuildProgram(description, false, 0, multisampled, error);
+    if (!program)
+        return s.Error("CreateShader: " + error), ShaderId{};
+    // Multisampled reads of a single-sampled image (a resolve of one sample)
+    // run on a variant that reads the image's only sample.
+    if (multisampled) {
+        bool unused = false;
+        program->singleSampled = BuildProgram(description, true, program->Get(), unused, error);
+        if (!program->singleSampled)
+            return s.Error("CreateShader: the single-sample variant fails: " + error), ShaderId{};
+    }
+    s.CheckGlErrors("CreateShader");
+    return ShaderId{s.shaders.Insert(ShaderRecord{std::move(program)})};
 }
 
 void GlDevice::DestroyShader(ShaderId shader) noexcept

@@ -1,6 +1,8 @@
 // Device-side copies between images: exact copies when extents match,
 // filtered blits when they differ (so level-to-level copies build mip
-// chains), and multisample resolves.
+// chains), and multisample resolves. GL needs no usage flags for either, so
+// the copy and resolve flags are not demanded: a texture made for sampling
+// (flags 0x41) may still seed a mip chain.
 
 #include "DeviceCore.h"
 
@@ -88,10 +90,6 @@ void GlDevice::CopyImage(ImageId source, SubImage const& sourceWhere, ImageId de
     if (from == nullptr || to == nullptr)
         return;
     std::string const what = "CopyImage from " + HandleText(source.Value()) + " to " + HandleText(destination.Value());
-    if ((from->description.flags & ImageUsage::CopySource) == 0)
-        return s.Error(what + ": the source lacks the copy-source flag");
-    if ((to->description.flags & ImageUsage::CopyDestination) == 0)
-        return s.Error(what + ": the destination lacks the copy-destination flag");
     if (!SubImageExists(*from, sourceWhere) || !SubImageExists(*to, destinationWhere))
         return s.Error(what + ": no such level or slice");
     if (from == to && sourceWhere == destinationWhere)
@@ -135,10 +133,6 @@ void GlDevice::ResolveImage(ImageId source, SubImage const& sourceWhere, ImageId
         return;
     std::string const what =
         "ResolveImage from " + HandleText(source.Value()) + " to " + HandleText(destination.Value());
-    if ((from->description.flags & ImageUsage::Resolvable) == 0)
-        return s.Error(what + ": the source lacks the resolvable flag");
-    if ((to->description.flags & ImageUsage::ResolveDestination) == 0)
-        return s.Error(what + ": the destination lacks the resolve-destination flag");
     if (!SubImageExists(*from, sourceWhere) || !SubImageExists(*to, destinationWhere))
         return s.Error(what + ": no such level or slice");
     if (from->description.sampleCount < 2 || to->description.sampleCount != 1)

@@ -61,6 +61,35 @@ void Payload(std::ostringstream& out, Call::Payload const& payload)
             << v->arraySliceCount;
     } else if (auto const* r = std::get_if<RenderTargetViewDescription>(&payload)) {
         out << "mip " << r->mipLevel << ", slices " << r->firstArraySlice << '+' << r->arraySliceCount;
+    } else if (auto const* bindings = std::get_if<BindingState>(&payload)) {
+        char const* separator = "";
+        auto slot = [&](char const* name, std::size_t index, ResourceKind kind, std::uint64_t handle) {
+            out << separator << name << index << ' ' << Recording::HandleText(kind, handle);
+            separator = ", ";
+        };
+        for (std::size_t i = 0; i < bindings->constantBuffers.size(); ++i)
+            if (bindings->constantBuffers[i].buffer.IsValid())
+                slot("cb", i, ResourceKind::Buffer, bindings->constantBuffers[i].buffer.Value());
+        for (std::size_t i = 0; i < bindings->textures.size(); ++i) {
+            if (bindings->textures[i].view.IsValid())
+                slot("texture", i, ResourceKind::ShaderResourceView, bindings->textures[i].view.Value());
+            if (bindings->textures[i].sampler.IsValid())
+                slot("sampler", i, ResourceKind::Sampler, bindings->textures[i].sampler.Value());
+        }
+        for (std::size_t i = 0; i < bindings->renderTargets.size(); ++i)
+            if (bindings->renderTargets[i].IsValid())
+                slot("target", i, ResourceKind::RenderTargetView, bindings->renderTargets[i].Value());
+        if (bindings->depthStencil.IsValid())
+            slot("depth", 0, ResourceKind::RenderTargetView, bindings->depthStencil.Value());
+    } else if (auto const* vertices = std::get_if<VertexBufferBindings>(&payload)) {
+        char const* separator = "";
+        for (std::size_t i = 0; i < vertices->buffers.size(); ++i) {
+            if (vertices->buffers[i].IsValid()) {
+                out << separator << "slot " << i << ' '
+                    << Recording::HandleText(ResourceKind::Buffer, vertices->buffers[i].Value());
+                separator = ", ";
+            }
+        }
     } else if (auto const* p = std::get_if<PipelineStateDescription>(&payload)) {
         out << Recording::HandleText(ResourceKind::Shader, p->shader.Value()) << ", target "
             << Rendering::ToString(p->renderTargetFormats[0]) << ", depth " << Rendering::ToString(p->depthStencilFormat)

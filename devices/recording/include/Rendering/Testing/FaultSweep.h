@@ -9,6 +9,11 @@
 // After each run the device's problems that were not there right after setup
 // (errors, live resources, open maps, open queries) are collected.
 //
+// An InvalidHandle fault makes a create return the invalid handle, which the
+// library passes on as it came (it checks few results); errors the device
+// records about that invalid handle itself are therefore not counted, while
+// leaks, open maps and queries, and bad destroys still are.
+//
 // Objects under test must be made and destroyed inside operation; what setup
 // makes may stay live, it is not reported. The operation must be
 // deterministic: the same calls in the same order on every fresh device.

@@ -22,9 +22,10 @@
 //   multisampled image writes every sample; a read map reads sample 0.
 // - CopyImage needs CopySource (0x20) on the source and CopyDestination (0x40)
 //   on the destination (an image may copy within itself, e.g. between mip
-//   levels); formats must have the same pixel size. Different extents scale
-//   by nearest sampling: destination texel x reads source texel
-//   x * srcWidth / dstWidth (likewise for y and z).
+//   levels); formats must have the same pixel size and the images the same
+//   sample count (each sample is copied). Different extents scale by nearest
+//   sampling: destination texel x reads source texel x * srcWidth / dstWidth
+//   (likewise for y and z).
 // - ResolveImage needs a multisampled source with Resolvable (0x80) and a
 //   single-sampled destination of the same extent and format with
 //   ResolveDestination (0x100); each texel takes the value of sample 0.
