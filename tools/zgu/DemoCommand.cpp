@@ -123,8 +123,9 @@ RgbaImage NormalisedDepth(std::vector<float> const& depth, Size size, double& ne
     double const range = farthest > nearest ? farthest - nearest : 1.0;
     RgbaImage image{size.width, size.height, std::vector<unsigned char>(depth.size() * 4, 255)};
     for (std::size_t i = 0; i < depth.size(); ++i) {
-        double const t = depth[i] < 1.0f ? 1.0 - (depth[i] - nearest) / range : 0.0;
-        auto const grey = static_cast<unsigned char>(std::lround(40.0 + 215.0 * t) * (depth[i] < 1.0f));
+        auto const grey =
+            depth[i] < 1.0f ? static_cast<unsigned char>(std::lround(255.0 - 215.0 * (depth[i] - nearest) / range))
+                            : static_cast<unsigned char>(0);
         std::fill_n(image.pixels.begin() + std::ptrdiff_t(i * 4), 3, grey);
     }
     FlipRows(image);
@@ -152,26 +153,25 @@ RgbaImage SideBySide(std::vector<RgbaImage> const& levels)
     }
     return sheet;
 }
-#endif
 
-int RunDemo(DemoOptions const& options)
+// Everything the demo reads back; the device resources are gone by the time
+// the caller sees it, so the device can be checked for leaks.
+struct Rendered {
+    RgbaImage frame;
+    RgbaImage thumbnail;
+    std::vector<RgbaImage> levels;
+    std::vector<float> depth;
+    std::vector<double> doubles;
+    unsigned mipLevels = 0;
+    double gpuMillisecondsPerFrame = 0.0;
+    double hostSecondsPerFrame = 0.0;
+    double postSeconds = 0.0;
+};
+
+Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const& prepared, Size size,
+                    unsigned frames)
 {
-    Size const size = ParseSize(options.size);
-    std::filesystem::path const dir(options.out);
-    if (std::filesystem::exists(dir) && !std::filesystem::is_directory(dir))
-        throw Failure("'" + dir.string() + "' exists and is not a directory");
-    for (char const* file : OutputFiles)
-        CheckMayWrite(dir / file, options.force);
-
-    // Mesh preparation, host only.
-    auto start = Clock::now();
-    MeshData const mesh = MakeKnotOnSlab();
-    double const generateSeconds = SecondsSince(start);
-    PreparedMesh const prepared = PrepareMesh(mesh, CreaseDegrees, CacheSize, [](std::string const&) {});
-
-#if defined(ZGU_TOOL_WITH_GL)
-    auto device = OpenGlDevice();
-    Gl::GlDevice& gpu = *device;
+    Rendered out;
 
     Image msaaColor = MakeImage(gpu, size, Format::R8G8B8A8, SampleCount,
                                 ImageUsage::RenderTarget | ImageUsage::Resolvable, "4x colour target");
@@ -200,8 +200,8 @@ int RunDemo(DemoOptions const& options)
     ShaderBasedImageCopy copy(gpu);
     GpuFrameTimer timer(gpu);
 
-    start = Clock::now();
-    for (unsigned frame = 0; frame < options.frames; ++frame) {
+    auto start = Clock::now();
+    for (unsigned frame = 0; frame < frames; ++frame) {
         timer.BeginFrame();
         clear.Clear(colorTarget.Get(), 0.09f, 0.1f, 0.13f, 1.0f);
         scene.ClearDepth(depthTarget.Get());
@@ -213,8 +213,8 @@ int RunDemo(DemoOptions const& options)
         gpu.Finish();
     }
     gpu.Finish();
-    double const hostSecondsPerFrame = SecondsSince(start) / options.frames;
-    double const gpuMillisecondsPerFrame = timer.GetMillisecondsPerFrame();
+    out.hostSecondsPerFrame = SecondsSince(start) / frames;
+    out.gpuMillisecondsPerFrame = timer.GetMillisecondsPerFrame();
     ThrowIfDeviceFailed(gpu, "the frames");
 
     start = Clock::now();
@@ -225,21 +225,55 @@ int RunDemo(DemoOptions const& options)
     Image mips = mipBuilder.BuildMipMapChain(color.Get(), 0, ImageUsage::ShaderResource);
     if (!mips.IsValid())
         throw Failure("the GL device could not create the mip chain");
-    unsigned const mipLevels = gpu.GetImageDescription(mips.Get()).mipLevels;
+    out.mipLevels = gpu.GetImageDescription(mips.Get()).mipLevels;
 
-    RgbaImage const frameImage = ReadRgba(gpu, color.Get(), size, {}, "resolved frame");
-    RgbaImage const thumbImage = ReadRgba(gpu, thumbnail.Get(), thumbSize, {}, "thumbnail");
-    std::vector<RgbaImage> levels;
-    for (unsigned level = 0; level < mipLevels; ++level)
-        levels.push_back(ReadRgba(gpu, mips.Get(), CalculateMipLevelSize(size, level), {level, 0}, "mip chain"));
-    std::vector<float> const depthValues = GetR32F(gpu, depth.Get());
-    if (depthValues.size() != std::size_t(size.width) * size.height)
+    out.frame = ReadRgba(gpu, color.Get(), size, {}, "resolved frame");
+    out.thumbnail = ReadRgba(gpu, thumbnail.Get(), thumbSize, {}, "thumbnail");
+    for (unsigned level = 0; level < out.mipLevels; ++level)
+        out.levels.push_back(ReadRgba(gpu, mips.Get(), CalculateMipLevelSize(size, level), {level, 0}, "mip chain"));
+    out.depth = GetR32F(gpu, depth.Get());
+    if (out.depth.size() != std::size_t(size.width) * size.height)
         throw Failure("reading back the resolved depth failed");
-    std::vector<double> const doubles = ReadAsDoubles(gpu, color.Get(), false, {});
-    if (doubles.size() != std::size_t(size.width) * size.height * 4)
+    out.doubles = ReadAsDoubles(gpu, color.Get(), false, {});
+    if (out.doubles.size() != std::size_t(size.width) * size.height * 4)
         throw Failure("reading the resolved frame as doubles failed");
-    double const postSeconds = SecondsSince(start);
+    out.postSeconds = SecondsSince(start);
     ThrowIfDeviceFailed(gpu, "resolve, copy and readback");
+    return out;
+}
+
+#endif
+
+int RunDemo(DemoOptions const& options)
+{
+    Size const size = ParseSize(options.size);
+    std::filesystem::path const dir(options.out);
+    if (std::filesystem::exists(dir) && !std::filesystem::is_directory(dir))
+        throw Failure("'" + dir.string() + "' exists and is not a directory");
+    for (char const* file : OutputFiles)
+        CheckMayWrite(dir / file, options.force);
+
+    // Mesh preparation, host only.
+    auto start = Clock::now();
+    MeshData const mesh = MakeKnotOnSlab();
+    double const generateSeconds = SecondsSince(start);
+    PreparedMesh const prepared = PrepareMesh(mesh, CreaseDegrees, CacheSize, [](std::string const&) {});
+
+#if defined(ZGU_TOOL_WITH_GL)
+    auto device = OpenGlDevice();
+    Rendered const rendered = RenderDemo(*device, mesh, prepared, size, options.frames);
+    Gl::GlDevice& gpu = *device;
+    if (gpu.LiveResourceCount() != 0)
+        throw Failure("the demo left " + std::to_string(gpu.LiveResourceCount()) + " device resources alive");
+    RgbaImage const& frameImage = rendered.frame;
+    RgbaImage const& thumbImage = rendered.thumbnail;
+    std::vector<RgbaImage> const& levels = rendered.levels;
+    std::vector<float> const& depthValues = rendered.depth;
+    std::vector<double> const& doubles = rendered.doubles;
+    unsigned const mipLevels = rendered.mipLevels;
+    double const gpuMillisecondsPerFrame = rendered.gpuMillisecondsPerFrame;
+    double const hostSecondsPerFrame = rendered.hostSecondsPerFrame;
+    double const postSeconds = rendered.postSeconds;
 
     double nearest = 0.0;
     double farthest = 0.0;

@@ -25,12 +25,15 @@ std::vector<Submesh> Split(std::vector<std::uint32_t> const& corners, std::size_
     std::vector<std::uint32_t> local(vertexCount, none);
     std::vector<std::uint32_t> owner(vertexCount, none); // submesh that numbered the vertex
     for (std::size_t c = 0; c < corners.size(); c += 3) {
-        auto const current = static_cast<std::uint32_t>(submeshes.size() - 1);
-        std::size_t fresh = 0;
-        if (!submeshes.empty())
+        bool full = submeshes.empty();
+        if (!full) {
+            auto const current = static_cast<std::uint32_t>(submeshes.size() - 1);
+            std::size_t fresh = 0;
             for (std::size_t k = 0; k < 3; ++k)
                 fresh += owner[corners[c + k]] != current ? 1 : 0;
-        if (submeshes.empty() || submeshes.back().vertices.size() + fresh > MaxSubmeshVertices)
+            full = submeshes.back().vertices.size() + fresh > MaxSubmeshVertices;
+        }
+        if (full)
             submeshes.emplace_back();
         auto const index = static_cast<std::uint32_t>(submeshes.size() - 1);
         Submesh& sub = submeshes.back();
