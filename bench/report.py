@@ -115,8 +115,9 @@ def main():
            f"Machine: {machine()} ({context.get('num_cpus', '?')} logical CPUs at "
            f"{context.get('mhz_per_cpu', '?')} MHz).",
            "",
-           "Throughputs are medians of 3 repetitions (`--benchmark_repetitions=3`); ours and the anchor run back to "
-           "back in the same process on the same data. Ratio = our throughput / the anchor's. Single-threaded jobs "
+           "Throughputs are medians of 3 repetitions (`--benchmark_repetitions=3`, repetitions of all benchmarks of a "
+           "suite randomly interleaved); ours and the anchor run in the same process on the same data. "
+           "Ratio = our throughput / the anchor's. Single-threaded jobs "
            "are timed by CPU time, the oneTBB-parallel ones (normals, remap) by the wall clock. The machine's two "
            "cores were shared with other builds while this ran (load averages below), so the numbers are noisy; "
            "`scripts/bench` runs each suite at the highest scheduling priority when it may, to keep the others' "
