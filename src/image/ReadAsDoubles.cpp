@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <compare>
 #include <cstdint>
+#include <iterator>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -35,18 +37,47 @@ std::vector<T> ReadLevel(IResourceFactory& factory, ImageId image, ImageDesc con
     return values;
 }
 
-// One loop per element type and mapping, so each compiles to a tight
-// (vectorizable where the mapping allows) conversion.
+// Reads one stored element as its double. Random access, so the result vector
+// is sized once and built by one counted loop (no zero fill first, no
+// per-element capacity check), which the compiler vectorizes where the
+// mapping allows.
+template <typename T, typename Convert>
+class Converting {
+public:
+    using iterator_category = std::random_access_iterator_tag;
+    using value_type = double;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = double;
+
+    Converting(T const* at, Convert convert) : at_(at), convert_(convert) {}
+
+    double operator*() const { return convert_(*at_); }
+    double operator[](difference_type n) const { return convert_(at_[n]); }
+    Converting& operator++() { ++at_; return *this; }
+    Converting operator++(int) { Converting old = *this; ++at_; return old; }
+    Converting& operator--() { --at_; return *this; }
+    Converting operator--(int) { Converting old = *this; --at_; return old; }
+    Converting& operator+=(difference_type n) { at_ += n; return *this; }
+    Converting& operator-=(difference_type n) { at_ -= n; return *this; }
+    friend Converting operator+(Converting i, difference_type n) { return i += n; }
+    friend Converting operator+(difference_type n, Converting i) { return i += n; }
+    friend Converting operator-(Converting i, difference_type n) { return i -= n; }
+    friend difference_type operator-(Converting const& a, Converting const& b) { return a.at_ - b.at_; }
+    friend bool operator==(Converting const& a, Converting const& b) { return a.at_ == b.at_; }
+    friend auto operator<=>(Converting const& a, Converting const& b) { return a.at_ <=> b.at_; }
+
+private:
+    T const* at_;
+    Convert convert_;
+};
+
 template <typename T, typename Convert>
 std::vector<double> ToDoubles(std::vector<T> const& values, Convert convert)
 {
-    std::vector<double> result(values.size());
-    double* out = result.data();
-    T const* in = values.data();
-    std::size_t const count = values.size();
-    for (std::size_t i = 0; i < count; ++i)
-        out[i] = convert(in[i]);
-    return result;
+    T const* const first = values.data();
+    return std::vector<double>(Converting<T, Convert>(first, convert),
+                               Converting<T, Convert>(first + values.size(), convert));
 }
 
 template <typename T>

@@ -120,18 +120,6 @@ TEST(CopyImageBuffer, NothingMovesWithoutWidthOrPitch)
     EXPECT_EQ(dst, Bytes(16, Untouched));
 }
 
-TEST(CopyImageBuffer, ShorthandsForwardTheirPitches)
-{
-    Bytes const src = Counting(12);
-    Bytes dst(12, Untouched);
-    CopyImageBuffer2D(src.data() + 8, -4, dst.data(), 4, 1, 3);
-    EXPECT_EQ(dst, (Bytes{9, 10, 11, 12, 5, 6, 7, 8, 1, 2, 3, 4}));
-
-    Bytes row(12, Untouched);
-    CopyImageBuffer1D(src.data(), 12, row.data(), 6, 1);
-    EXPECT_EQ(Bytes(row.begin(), row.begin() + 7), (Bytes{1, 2, 3, 4, 5, 6, Untouched}));
-}
-
 TEST(Swizzle, BlueFirstToRedFirstRespectsRowPitch)
 {
     // Two rows of two pixels with 4 bytes of row padding.

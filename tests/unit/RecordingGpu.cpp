@@ -1,6 +1,7 @@
 // Black-box tests of the recording test device: storage, strictness,
 // accounting, scripting and fault injection.
 
+#include <Rendering/Testing/FaultSweep.h>
 #include <Rendering/Testing/RecordingGpu.h>
 
 #include <gmock/gmock.h>
@@ -386,6 +387,64 @@ TEST(RecordingGpu, InvalidHandleAndNullMapFaultsFailQuietly)
     EXPECT_EQ(gpu.Ops({Op::CreateBuffer, Op::MapBuffer}),
               (std::vector<Op>{Op::CreateBuffer, Op::CreateBuffer, Op::MapBuffer, Op::MapBuffer}));
     EXPECT_EQ(gpu.Calls(Op::CreateBuffer)[1]->result, ~std::uint64_t{0});
-    EXPECT_THAT(gpu.Dump(), HasSubstr("1 CreateBuffer() -> invalid [faulted]"));
+    EXPECT_THAT(gpu.Dump(), HasSubstr("1 CreateBuffer({4 bytes, flags 0x21}) -> invalid Buffer handle [faulted]"));
     EXPECT_EQ(gpu.Problems(), "");
+}
+
+// ---- Fault sweeps
+
+namespace {
+
+// Maps a new image and unmaps it, as library code must: owned and unwound.
+void CarefulFill(RecordingGpu& gpu)
+{
+    ScopedResource<ImageId, IResourceFactory> image(&gpu, gpu.CreateImage(Desc({2, 2, 0}, HostRW)));
+    if (!image.IsValid())
+        return;
+    MappedImage const map = gpu.MapImage(image.Get(), {}, MapMode::Write);
+    // Armed only once the map returned: a map that threw is not unmapped.
+    struct Unmap {
+        RecordingGpu& gpu;
+        ImageId id;
+        ~Unmap() { gpu.UnmapImage(id, {}); }
+    } const unmap{gpu, image.Get()};
+    if (map.data != nullptr)
+        std::memset(map.data, 1, 8);
+}
+
+// The same with bare handles: leaks when the map throws, misuses a failed create.
+void CarelessFill(RecordingGpu& gpu)
+{
+    ImageId const image = gpu.CreateImage(Desc({2, 2, 0}, HostRW));
+    MappedImage const map = gpu.MapImage(image, {}, MapMode::Write);
+    if (map.data != nullptr)
+        std::memset(map.data, 1, 8);
+    gpu.UnmapImage(image, {});
+    gpu.DestroyImage(image);
+}
+
+} // namespace
+
+TEST(FaultSweep, CleanOperationPassesEveryFaultAndSetupResourcesAreNotLeaks)
+{
+    auto const result = SweepFaults(CarefulFill, [](RecordingGpu& gpu) { gpu.CreateBuffer({4, 0}, nullptr); });
+    EXPECT_EQ(result.calls, 4u);
+    EXPECT_EQ(result.cases, 4u) << "throws at create and map, an invalid image, a null map";
+    EXPECT_TRUE(result.failures.empty()) << result.Report();
+}
+
+TEST(FaultSweep, FindsTheLeakAndTheMisuseOfACarelessOperation)
+{
+    auto const result = SweepFaults(CarelessFill);
+    ASSERT_EQ(result.failures.size(), 2u) << result.Report();
+    EXPECT_EQ(result.failures[0].call, 0u);
+    EXPECT_EQ(result.failures[0].kind, FaultKind::InvalidHandle);
+    EXPECT_THAT(result.failures[0].problems, HasSubstr("errors: MapImage: invalid Image handle"));
+    EXPECT_EQ(result.failures[1].call, 1u);
+    EXPECT_EQ(result.failures[1].op, Op::MapImage);
+    EXPECT_EQ(result.failures[1].kind, FaultKind::Throw);
+    EXPECT_THAT(result.failures[1].problems, HasSubstr("live resources: Image("));
+    EXPECT_THAT(result.Report(), HasSubstr("call 1 (MapImage) failing with Throw:\n  live resources: Image("));
+
+    EXPECT_TRUE(SweepFaults(CarelessFill, {}, {FaultKind::NullMap}).failures.empty());
 }

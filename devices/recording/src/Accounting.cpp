@@ -5,7 +5,6 @@
 #include <Rendering/Format.h>
 
 #include <algorithm>
-#include <bit>
 #include <sstream>
 #include <stdexcept>
 
@@ -108,32 +107,6 @@ std::string Hex(std::uint32_t value)
     std::ostringstream out;
     out << "0x" << std::hex << value;
     return out.str();
-}
-
-std::uint32_t FullChainLength(Size const& size) noexcept
-{
-    std::uint32_t const m = std::max({size.width, size.height, size.depth});
-    // floor(log2(m)) + 1, and 1 for an empty size.
-    return m == 0 ? 1u : static_cast<std::uint32_t>(std::bit_width(m));
-}
-
-Size LevelSize(Size const& size, std::uint32_t level) noexcept
-{
-    unsigned const shift = level % 32;
-    auto half = [shift](std::uint32_t v) { return std::max(v >> shift, 1u); };
-    if (size.width == 0)
-        return {};
-    if (size.height == 0)
-        return {half(size.width), 0, 0};
-    if (size.depth == 0)
-        return {half(size.width), half(size.height), 0};
-    return {half(size.width), half(size.height), half(size.depth)};
-}
-
-Extent ImageResource::LevelExtent(std::uint32_t level) const noexcept
-{
-    Size const s = LevelSize(description.size, level);
-    return {s.width, std::max(s.height, 1u), std::max(s.depth, 1u)};
 }
 
 void DeviceState::Error(Op op, std::string const& message)

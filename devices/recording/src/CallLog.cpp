@@ -3,26 +3,10 @@
 #include "DeviceState.h"
 
 #include <algorithm>
-#include <sstream>
 
 namespace Zorvan::Rendering::Testing {
 
 namespace {
-
-bool IsCreate(Op op) noexcept
-{
-    switch (op) {
-    case Op::CreateBuffer:
-    case Op::CreateImage:
-    case Op::CreateShaderResourceView:
-    case Op::CreateRenderTargetView:
-    case Op::CreateSampler:
-    case Op::CreateShader:
-    case Op::CreatePipelineState:
-    case Op::CreateQuery: return true;
-    default: return false;
-    }
-}
 
 // Destroy and unmap operations are noexcept: a throw fault cannot land there.
 bool IsNoexcept(Op op) noexcept
@@ -46,23 +30,30 @@ bool Applies(FaultKind kind, Op op) noexcept
 {
     switch (kind) {
     case FaultKind::Throw: return !IsNoexcept(op);
-    case FaultKind::InvalidHandle: return IsCreate(op);
+    case FaultKind::InvalidHandle: return Recording::IsCreate(op);
     case FaultKind::NullMap: return op == Op::MapBuffer || op == Op::MapImage;
     }
     return false;
 }
 
-void Handle(std::ostringstream& out, std::uint64_t handle)
-{
-    if (static_cast<std::uint32_t>(handle) == ~std::uint32_t{0})
-        out << "invalid";
-    else
-        out << static_cast<std::uint32_t>(handle) << ':' << (handle >> 32);
-}
-
 } // namespace
 
 namespace Recording {
+
+bool IsCreate(Op op) noexcept
+{
+    switch (op) {
+    case Op::CreateBuffer:
+    case Op::CreateImage:
+    case Op::CreateShaderResourceView:
+    case Op::CreateRenderTargetView:
+    case Op::CreateSampler:
+    case Op::CreateShader:
+    case Op::CreatePipelineState:
+    case Op::CreateQuery: return true;
+    default: return false;
+    }
+}
 
 std::optional<FaultKind> DeviceState::Enter(Call call)
 {
@@ -129,40 +120,6 @@ std::vector<Op> RecordingGpu::Ops(std::initializer_list<Op> filter) const
         if (std::find(filter.begin(), filter.end(), call.op) != filter.end())
             ops.push_back(call.op);
     return ops;
-}
-
-std::string RecordingGpu::Dump() const
-{
-    auto const& log = state_->log;
-    std::uint64_t index = state_->callCount - log.size();
-    std::ostringstream out;
-    for (auto const& call : log) {
-        out << index++ << ' ' << ToString(call.op) << '(';
-        bool first = true;
-        for (std::size_t i = 0; i < call.handles.size(); ++i) {
-            if (call.handles[i] == Recording::NoHandle)
-                continue;
-            out << (first ? "" : ", ");
-            Handle(out, call.handles[i]);
-            if (call.op == Op::CopyImage || call.op == Op::ResolveImage || call.op == Op::MapImage ||
-                call.op == Op::UnmapImage)
-                out << " mip " << call.subImages[i].mipLevel << " slice " << call.subImages[i].arraySlice;
-            first = false;
-        }
-        out << ')';
-        if (call.value != 0 || call.value2 != 0)
-            out << " value " << call.value << ' ' << call.value2;
-        if (IsCreate(call.op)) {
-            out << " -> ";
-            Handle(out, call.result);
-        } else if (call.result != Recording::NoHandle) {
-            out << " -> " << call.result;
-        }
-        if (call.faulted)
-            out << " [faulted]";
-        out << '\n';
-    }
-    return out.str();
 }
 
 void RecordingGpu::InjectFaultAtCall(std::uint64_t callIndex, FaultKind kind)

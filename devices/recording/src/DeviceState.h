@@ -135,6 +135,7 @@ struct PendingFault {
 
 std::string HandleText(ResourceKind kind, std::uint64_t handle);
 std::string Hex(std::uint32_t value);
+bool IsCreate(Op op) noexcept;
 
 struct DeviceState {
     std::vector<Slot> slots;

@@ -1,0 +1,37 @@
+#pragma once
+
+// Semantic names are C strings that callers usually share by pointer; when
+// the pointers differ, only the first 200 characters decide, so two names
+// that agree that far are the same name (deliberately).
+
+#include <cstddef>
+#include <cstring>
+
+namespace Zorvan::Rendering::detail {
+
+inline constexpr std::size_t NameCompareLength = 200;
+
+// Same pointer, or both non-null and equal in their first 200 characters.
+inline bool SameName(char const* a, char const* b) noexcept
+{
+    if (a == b)
+        return true;
+    if (a == nullptr || b == nullptr)
+        return false;
+    return std::strncmp(a, b, NameCompareLength) == 0;
+}
+
+// Three-way order: same pointer equal, null before non-null, else bounded
+// character comparison.
+inline int CompareNames(char const* a, char const* b) noexcept
+{
+    if (a == b)
+        return 0;
+    if (a == nullptr)
+        return -1;
+    if (b == nullptr)
+        return 1;
+    return std::strncmp(a, b, NameCompareLength);
+}
+
+} // namespace Zorvan::Rendering::detail

@@ -1,0 +1,145 @@
+// Image utilities and timing on a device with real storage and a real clock:
+// mip chains are box filtered, every format group survives upload, device
+// copy and readback, and a stopwatch around real work reads a time.
+
+#include "GlPixelsSupport.h"
+
+#include <Rendering/ShaderOps.h>
+#include <Rendering/Timing.h>
+
+#include <random>
+
+namespace {
+
+using namespace Zorvan::Rendering;
+using namespace Zorvan::Rendering::TestSupport;
+
+class GlImagePixels : public DeviceTest {};
+
+// Each level is the 2x2 box average of the one above; multiples of 1024
+// keep every average exact through four halvings.
+TEST_P(GlImagePixels, MipChainLevelsAreBoxFilteredLevels)
+{
+    if (OnRecordingDevice())
+        GTEST_SKIP() << "needs real pixels";
+    std::mt19937 random(3);
+    std::vector<float> level(16 * 16);
+    for (float& texel : level)
+        texel = static_cast<float>(random() % 256 * 1024);
+    PixelImage const source = MakePixelImage(Gpu(), {16, 16, 0}, Format::R32F,
+                                             ImageUsage::ShaderResource | ImageUsage::CopySource | ImageUsage::HostWrite);
+    WritePixels(Gpu(), source.Get(), {}, level);
+    MipMapBuilder builder(Gpu());
+    auto const chain = builder.BuildMipMapChain(source.Get(), 0, ImageUsage::ShaderResource);
+    ASSERT_TRUE(chain.IsValid());
+    ASSERT_EQ(Gpu().GetImageDescription(chain.Get()).mipLevels, 5u);
+
+    std::uint32_t size = 16;
+    for (std::uint32_t mip = 0; mip < 5; ++mip) {
+        SCOPED_TRACE("level " + std::to_string(mip));
+        EXPECT_EQ(ReadPixels<float>(Gpu(), chain.Get(), {mip, 0}), level);
+        std::uint32_t const half = size / 2;
+        std::vector<float> next(half * half);
+        for (std::uint32_t y = 0; y < half; ++y)
+            for (std::uint32_t x = 0; x < half; ++x)
+                next[y * half + x] = (level[2 * y * size + 2 * x] + level[2 * y * size + 2 * x + 1] +
+                                      level[(2 * y + 1) * size + 2 * x] + level[(2 * y + 1) * size + 2 * x + 1]) /
+                                     4.0f;
+        level = std::move(next);
+        size = half;
+    }
+}
+
+// Stored values of one format, decoded from host bytes the way the format
+// names them (raw: integers stay integers).
+std::vector<double> RawValues(Format format, std::vector<std::uint8_t> const& bytes)
+{
+    std::vector<double> values;
+    auto const read = [&bytes](std::size_t at, auto zero) {
+        decltype(zero) value{};
+        std::memcpy(&value, bytes.data() + at, sizeof value);
+        return value;
+    };
+    unsigned const v = static_cast<unsigned>(format);
+    for (std::size_t at = 0; at < bytes.size();) {
+        if (v <= 6 || (v >= 16 && v <= 18)) {
+            values.push_back(read(at, std::uint8_t{}));
+            at += 1;
+        } else if ((v >= 7 && v <= 9) || (v >= 19 && v <= 21)) {
+            values.push_back(read(at, std::uint16_t{}));
+            at += 2;
+        } else if ((v >= 10 && v <= 12) || (v >= 25 && v <= 27)) {
+            values.push_back(read(at, std::int8_t{}));
+            at += 1;
+        } else if ((v >= 13 && v <= 15) || (v >= 28 && v <= 30)) {
+            values.push_back(read(at, std::int16_t{}));
+            at += 2;
+        } else if (v >= 22 && v <= 24) {
+            values.push_back(read(at, std::uint32_t{}));
+            at += 4;
+        } else if (v >= 31 && v <= 33) {
+            values.push_back(read(at, std::int32_t{}));
+            at += 4;
+        } else if (v >= 34 && v <= 36) {
+            values.push_back(half2float(read(at, std::uint16_t{})));
+            at += 2;
+        } else {
+            values.push_back(read(at, float{}));
+            at += 4;
+        }
+    }
+    return values;
+}
+
+// One format of every group goes up through a host map, is copied on the
+// device into a read-back image and comes back through ReadAsDoubles.
+TEST_P(GlImagePixels, EveryFormatGroupRoundTripsThroughDeviceCopies)
+{
+    if (OnRecordingDevice())
+        GTEST_SKIP() << "needs real pixels";
+    Format const formats[] = {Format::B8G8R8,       Format::B8G8R8A8,     Format::R8G8B8A8,      Format::R16G16B16A16,
+                              Format::R8G8B8A8SN,   Format::R16SN,        Format::R8G8U,         Format::R16U,
+                              Format::R32G32U,      Format::R8I,          Format::R16G16I,       Format::R32G32B32A32I,
+                              Format::R16G16B16A16F, Format::R32G32B32F, Format::R32F};
+    std::mt19937 random(11);
+    for (Format format : formats) {
+        SCOPED_TRACE(ToString(format));
+        std::vector<std::uint8_t> bytes(std::size_t{GetSize(format)} * 3 * 2);
+        for (auto& byte : bytes)
+            byte = static_cast<std::uint8_t>(random());
+        // Finite floats only: keep exponents away from all ones.
+        if (format == Format::R16G16B16A16F)
+            for (std::size_t i = 1; i < bytes.size(); i += 2)
+                bytes[i] &= 0xBB;
+        if (format == Format::R32G32B32F || format == Format::R32F)
+            for (std::size_t i = 3; i < bytes.size(); i += 4)
+                bytes[i] &= 0xBF;
+        PixelImage const image =
+            MakePixelImage(Gpu(), {3, 2, 0}, format, ImageUsage::HostWrite | ImageUsage::CopySource);
+        WritePixels(Gpu(), image.Get(), {}, bytes);
+        EXPECT_EQ(ReadAsDoubles(Gpu(), image.Get(), true, {}), RawValues(format, bytes));
+    }
+}
+
+TEST_P(GlImagePixels, StopWatchAroundRealWorkReadsATimeOnceTheDeviceIsDone)
+{
+    if (OnRecordingDevice())
+        GTEST_SKIP() << "needs a real clock";
+    PixelImage const image = MakePixelImage(Gpu(), {256, 256, 0}, Format::R32G32B32A32F, ImageUsage::RenderTarget);
+    PixelView const view(&Gpu(), Gpu().CreateRenderTargetView(image.Get(), {}));
+    ShaderBasedImageClear clear(Gpu());
+    clear.Clear(view.Get(), 0.0f, 0.0f, 0.0f, 0.0f); // shaders compile outside the measurement
+    GpuStopWatch watch(Gpu());
+    watch.Start();
+    for (int i = 0; i < 8; ++i)
+        clear.Clear(view.Get(), static_cast<float>(i), 1.0f, 2.0f, 3.0f);
+    watch.Stop();
+    FinishWork(Gpu());
+    double const seconds = watch.GetSeconds();
+    EXPECT_GE(seconds, 0.0);
+    EXPECT_LT(seconds, 60.0);
+}
+
+INSTANTIATE_DEVICE_TEST_SUITE(GlImagePixels);
+
+} // namespace

@@ -1,0 +1,93 @@
+#include "ImageTestHelpers.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace Zorvan::Rendering::TestSupport {
+namespace {
+
+using Testing::Op;
+
+class ImageMipChain : public DeviceTest {};
+
+TEST_P(ImageMipChain, FullChainCarriesTheSourceDownEveryLevel)
+{
+    ScopedImage source = MakeImage(Gpu(), {8, 4, 0}, Format::R8G8B8A8, ImageUsage::HostWrite | ImageUsage::CopySource);
+    // One colour everywhere, so every filter gives the same levels.
+    std::vector<unsigned char> pixels;
+    for (int i = 0; i < 8 * 4; ++i)
+        pixels.insert(pixels.end(), {12, 34, 56, 78});
+    WriteLevel(Gpu(), source.Get(), {}, pixels);
+
+    MipMapBuilder builder(Gpu());
+    ScopedImage chain = builder.BuildMipMapChain(source.Get(), 0, ImageUsage::HostRead);
+    ASSERT_TRUE(chain.IsValid());
+    EXPECT_EQ(chain.GetOwner(), static_cast<IResourceFactory*>(&Gpu()));
+    ImageDesc const description = Gpu().GetImageDescription(chain.Get());
+    EXPECT_EQ(description.mipLevels, 4u);
+    EXPECT_EQ(description.flags & 0x68u, 0x68u);
+    EXPECT_EQ(GetR8G8B8A8(Gpu(), chain.Get()), pixels);
+    for (unsigned level = 1; level < 4; ++level) {
+        Size const size = CalculateMipLevelSize({8, 4, 0}, level);
+        std::vector<unsigned char> expected(pixels.begin(), pixels.begin() + size.width * size.height * 4);
+        EXPECT_EQ(GetR8G8B8A8(Gpu(), chain.Get(), SubImage{level, 0}), expected) << "level " << level;
+    }
+}
+
+TEST_P(ImageMipChain, CopiesEachLevelFromTheOneAbove)
+{
+    ZGU_NEEDS_RECORDING_DEVICE();
+    ScopedImage source = MakeImage(Gpu(), {256, 128, 0}, Format::R8, ImageUsage::CopySource);
+    Recording()->ClearLog();
+    ScopedImage chain = MipMapBuilder(Gpu()).BuildMipMapChain(source.Get(), 0, 0);
+    ASSERT_TRUE(chain.IsValid());
+
+    auto const created = Recording()->Calls(Op::CreateImage);
+    ASSERT_EQ(created.size(), 1u);
+    EXPECT_EQ(created[0]->As<ImageDesc>(), (ImageDesc{{256, 128, 0}, Format::R8, 1, 0, 0x60}));
+
+    auto const copies = Recording()->Calls(Op::CopyImage);
+    ASSERT_EQ(copies.size(), 9u);
+    EXPECT_EQ(copies[0]->handles[0], source.Get().Value());
+    EXPECT_EQ(copies[0]->handles[1], chain.Get().Value());
+    for (std::uint32_t level = 1; level < 9; ++level) {
+        Testing::Call const& copy = *copies[level];
+        EXPECT_EQ(copy.handles[0], chain.Get().Value());
+        EXPECT_EQ(copy.handles[1], chain.Get().Value());
+        EXPECT_EQ(copy.subImages[0], (SubImage{level - 1, 0}));
+        EXPECT_EQ(copy.subImages[1], (SubImage{level, 0}));
+    }
+}
+
+TEST_P(ImageMipChain, OneLevelIsOneCopyAndFailuresReleaseTheChain)
+{
+    ZGU_NEEDS_RECORDING_DEVICE();
+    ScopedImage source = MakeImage(Gpu(), {16, 16, 0}, Format::R32F, ImageUsage::CopySource);
+    Recording()->ClearLog();
+    {
+        ScopedImage chain = MipMapBuilder(Gpu()).BuildMipMapChain(source.Get(), 1, 0x08);
+        EXPECT_EQ(Recording()->Count(Op::CopyImage), 1u);
+        EXPECT_EQ(Recording()->Description(chain.Get()).flags, 0x68u);
+    }
+
+    // A creation failure ends the build quietly.
+    Recording()->ClearLog();
+    Recording()->InjectFault(Op::CreateImage, 0, Testing::FaultKind::InvalidHandle);
+    ScopedImage none = MipMapBuilder(Gpu()).BuildMipMapChain(source.Get(), 0, 0);
+    EXPECT_FALSE(none.IsValid());
+    EXPECT_EQ(Recording()->Ops(), (std::vector<Op>{Op::GetImageDescription, Op::CreateImage}));
+
+    ExpectCleanUnderFaults(
+        [](Testing::RecordingGpu& gpu) {
+            return ScopedImage(&gpu, gpu.CreateImage({{16, 8, 0}, Format::R32F, 1, 1, ImageUsage::CopySource}));
+        },
+        [](Testing::RecordingGpu& gpu, ScopedImage& image) {
+            ScopedImage chain = MipMapBuilder(gpu).BuildMipMapChain(image.Get(), 3, 0);
+        });
+}
+
+} // namespace
+
+INSTANTIATE_DEVICE_TEST_SUITE(ImageMipChain);
+
+} // namespace Zorvan::Rendering::TestSupport

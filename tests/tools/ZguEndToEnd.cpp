@@ -1,0 +1,338 @@
+// Runs the zgu binary the way a user does and checks what it leaves behind.
+
+#define STB_IMAGE_IMPLEMENTATION
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#define STBI_ONLY_PNG
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+#pragma GCC diagnostic ignored "-Wunused-function"
+#pragma GCC diagnostic ignored "-Wsign-compare"
+#endif
+#include <stb_image.h>
+#include <stb_image_write.h>
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Result {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string Slurp(fs::path const& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+struct Png {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> rgba;
+    unsigned char const* At(int x, int y) const { return &rgba[(std::size_t(y) * width + x) * 4]; }
+};
+
+Png LoadPng(fs::path const& path)
+{
+    Png png;
+    int channels = 0;
+    unsigned char* data = stbi_load(path.c_str(), &png.width, &png.height, &channels, 4);
+    if (data != nullptr) {
+        png.rgba.assign(data, data + std::size_t(png.width) * png.height * 4);
+        stbi_image_free(data);
+    }
+    return png;
+}
+
+bool GlRequired()
+{
+    char const* value = std::getenv("ZGU_REQUIRE_GL");
+    return value != nullptr && std::string(value) == "1";
+}
+
+class ZguTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        auto const* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = fs::temp_directory_path() /
+               ("zgu-e2e-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override
+    {
+        if (!HasFailure())
+            fs::remove_all(dir_);
+    }
+
+    fs::path Path(std::string const& name) const { return dir_ / name; }
+
+    Result Run(std::string const& arguments) const
+    {
+        std::string const command = "cd '" + dir_.string() + "' && '" ZGU_EXECUTABLE "' " + arguments +
+                                    " >stdout.txt 2>stderr.txt";
+        int const status = std::system(command.c_str());
+        Result result;
+        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        result.out = Slurp(Path("stdout.txt"));
+        result.err = Slurp(Path("stderr.txt"));
+        return result;
+    }
+
+    // A device command that could not find a display: skip here, fail in CI.
+    bool SkipForMissingDisplay(Result const& result)
+    {
+        if (result.exitCode != 1 || result.err.find("no EGL display") == std::string::npos)
+            return false;
+        if (GlRequired())
+            ADD_FAILURE() << "ZGU_REQUIRE_GL=1 but zgu found no GL device: " << result.err;
+        return true;
+    }
+
+    void Write(std::string const& name, std::string const& text) const { std::ofstream(Path(name)) << text; }
+
+    // A unit cube of 8 shared corners, 12 outward counter-clockwise triangles.
+    void WriteCube(std::string const& name) const
+    {
+        Write(name, "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
+                    "f 1 3 2\nf 1 4 3\nf 5 6 7\nf 5 7 8\nf 1 2 6\nf 1 6 5\n"
+                    "f 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n");
+    }
+
+    fs::path dir_;
+};
+
+std::size_t CountLines(std::string const& text, std::string const& prefix)
+{
+    std::size_t count = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        count += line.rfind(prefix, 0) == 0 ? 1 : 0;
+    return count;
+}
+
+TEST_F(ZguTest, MeshSplitsCreasedCornersAndSurvivesARoundTrip)
+{
+    WriteCube("cube.obj");
+    Result const first = Run("mesh cube.obj -o out.obj --crease 30 --json");
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    auto const report = nlohmann::json::parse(first.out);
+    EXPECT_EQ(report["triangles"], 12);
+    EXPECT_EQ(report["vertices_in"], 8);
+    EXPECT_EQ(report["vertices_out"], 24); // three faces meet at 90 degrees at every corner
+    EXPECT_EQ(report["submeshes"], 1);
+
+    std::string const obj = Slurp(Path("out.obj"));
+    EXPECT_EQ(CountLines(obj, "v "), 24u);
+    EXPECT_EQ(CountLines(obj, "vn "), 24u);
+    EXPECT_EQ(CountLines(obj, "f "), 12u);
+    std::istringstream lines(obj);
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("vn ", 0) == 0) {
+            std::istringstream values(line.substr(3));
+            float x = 0, y = 0, z = 0;
+            values >> x >> y >> z;
+            EXPECT_FLOAT_EQ(std::abs(x) + std::abs(y) + std::abs(z), 1.0f) << "not a face normal: " << line;
+        }
+
+    // Read back, normals dropped and positions joined: the same cube again.
+    Result const second = Run("mesh out.obj --json --crease 180");
+    ASSERT_EQ(second.exitCode, 0) << second.err;
+    auto const again = nlohmann::json::parse(second.out);
+    EXPECT_EQ(again["triangles"], 12);
+    EXPECT_EQ(again["vertices_in"], 8);
+    EXPECT_EQ(again["vertices_out"], 8); // nothing is a crease at 180 degrees
+    EXPECT_EQ(again["output"], nullptr);
+}
+
+TEST_F(ZguTest, MeshAbove65535VerticesSplitsInto16BitSubmeshesWithProgress)
+{
+    constexpr int n = 300; // (n + 1)^2 = 90601 vertices, 2 n^2 triangles
+    std::ostringstream grid;
+    for (int y = 0; y <= n; ++y)
+        for (int x = 0; x <= n; ++x)
+            grid << "v " << x << ' ' << y << " 0\n";
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x) {
+            int const a = y * (n + 1) + x + 1;
+            grid << "f " << a << ' ' << a + 1 << ' ' << a + n + 2 << "\nf " << a << ' ' << a + n + 2 << ' '
+                 << a + n + 1 << "\n";
+        }
+    Write("grid.obj", grid.str());
+
+    Result const result = Run("mesh grid.obj -o grid.ply --json");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    auto const report = nlohmann::json::parse(result.out);
+    EXPECT_EQ(report["triangles"], 2 * n * n);
+    EXPECT_EQ(report["vertices_remapped"], (n + 1) * (n + 1));
+    ASSERT_EQ(report["submeshes"], 2);
+    std::size_t total = 0;
+    for (auto const& count : report["submesh_vertices"]) {
+        EXPECT_LE(count.get<std::size_t>(), 65535u);
+        total += count.get<std::size_t>();
+    }
+    EXPECT_EQ(report["vertices_out"], total);
+    EXPECT_GT(total, std::size_t((n + 1) * (n + 1))); // the row at the cut belongs to both
+    EXPECT_LT(report["acmr_after"].get<double>(), report["acmr_before"].get<double>());
+    EXPECT_NE(result.err.find("reordering submesh 2 of 2"), std::string::npos) << result.err;
+    EXPECT_TRUE(fs::file_size(Path("grid.ply")) > 0);
+}
+
+TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
+{
+    WriteCube("cube.obj");
+    Write("notes.xyz1", "not a mesh\n");
+    Write("points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n");
+    Write("broken.png", "definitely not a PNG");
+    struct Case {
+        char const* arguments;
+        int exitCode;
+        char const* message;
+    };
+    Case const cases[] = {
+        {"mesh", 2, "IN"},
+        {"mesh cube.obj --bogus", 2, "--bogus"},
+        {"frobnicate", 2, "frobnicate"},
+        {"mesh missing.obj", 2, "no such file"},
+        {"mesh notes.xyz1", 2, "unsupported mesh format"},
+        {"mesh cube.obj -o out.nope", 2, "no exporter"},
+        {"mesh cube.obj --cache 0", 2, "--cache"},
+        {"mesh points.obj", 1, "points.obj"},
+        {"image missing.png", 2, "no such file"},
+        {"image broken.png", 1, "broken.png"},
+        {"image broken.png --format bgr8", 2, "--format"},
+        {"demo --size 12xab", 2, "--size"},
+    };
+    for (Case const& c : cases) {
+        Result const result = Run(c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments << "\n" << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << c.arguments << "\n" << result.err;
+        EXPECT_EQ(result.err.rfind("zgu: ", 0), 0u) << c.arguments << "\n" << result.err;
+        EXPECT_NE(result.err.find(c.message), std::string::npos) << c.arguments << "\n" << result.err;
+    }
+    EXPECT_FALSE(fs::exists(Path("out.nope")));
+}
+
+TEST_F(ZguTest, NothingIsOverwrittenWithoutForce)
+{
+    WriteCube("cube.obj");
+    Write("out.obj", "precious\n");
+    Result const refused = Run("mesh cube.obj -o out.obj");
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
+    EXPECT_EQ(Slurp(Path("out.obj")), "precious\n");
+
+    Result const forced = Run("mesh cube.obj -o out.obj --force");
+    EXPECT_EQ(forced.exitCode, 0) << forced.err;
+    EXPECT_EQ(CountLines(Slurp(Path("out.obj")), "f "), 12u);
+
+    // Checked before any device work, so this holds without a GPU too.
+    fs::create_directories(Path("demo"));
+    Write("demo/report.json", "{}");
+    Result const demo = Run("demo --out demo --size 32x32 --frames 1");
+    EXPECT_EQ(demo.exitCode, 1);
+    EXPECT_NE(demo.err.find("report.json"), std::string::npos) << demo.err;
+    EXPECT_EQ(Slurp(Path("demo/report.json")), "{}");
+}
+
+TEST_F(ZguTest, DemoWritesPicturesAndReport)
+{
+    Result const result = Run("demo --out out --size 96x64 --frames 9");
+    if (SkipForMissingDisplay(result))
+        GTEST_SKIP() << "no EGL display here: " << result.err;
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("ACMR"), std::string::npos) << result.out;
+
+    auto const report = nlohmann::json::parse(Slurp(Path("out/report.json")));
+    auto const& mesh = report["mesh"];
+    EXPECT_GT(mesh["triangles"].get<int>(), 20000);
+    EXPECT_GT(mesh["vertices_after_remap"].get<int>(), mesh["vertices_before_remap"].get<int>());
+    EXPECT_LT(mesh["acmr_after"].get<double>(), mesh["acmr_before"].get<double>());
+    auto const& render = report["render"];
+    EXPECT_EQ(render["mip_levels"], 7);
+    EXPECT_GT(render["coverage"].get<double>(), 0.05);
+    EXPECT_LT(render["coverage"].get<double>(), 0.95);
+    EXPECT_GE(render["gpu_ms_per_frame"].get<double>(), 0.0);
+
+    Png const frame = LoadPng(Path("out/frame.png"));
+    ASSERT_EQ(frame.width, 96);
+    ASSERT_EQ(frame.height, 64);
+    // The corner is the clear colour (0.09, 0.1, 0.13); the centre is mesh.
+    EXPECT_NEAR(frame.At(0, 0)[0], 23, 1);
+    EXPECT_NEAR(frame.At(0, 0)[2], 33, 1);
+    EXPECT_NE(frame.At(48, 32)[0], frame.At(0, 0)[0]);
+
+    Png const depth = LoadPng(Path("out/depth.png"));
+    ASSERT_EQ(depth.width, 96);
+    EXPECT_EQ(depth.At(0, 0)[0], 0);   // far plane
+    EXPECT_GT(depth.At(48, 32)[0], 0); // mesh
+
+    Png const mips = LoadPng(Path("out/mips.png"));
+    EXPECT_EQ(mips.width, 96 + 48 + 24 + 12 + 6 + 3 + 1 + 6 * 4);
+    EXPECT_EQ(mips.height, 64);
+    Png const thumbnail = LoadPng(Path("out/thumbnail.png"));
+    EXPECT_EQ(thumbnail.width, 24);
+    EXPECT_EQ(thumbnail.height, 16);
+}
+
+TEST_F(ZguTest, ImageWritesEveryMipLevelWithLevelZeroExact)
+{
+    Png source{20, 12, {}};
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 20; ++x)
+            source.rgba.insert(source.rgba.end(),
+                               {static_cast<unsigned char>(x * 12), static_cast<unsigned char>(y * 20), 90, 255});
+    ASSERT_NE(stbi_write_png(Path("in.png").c_str(), 20, 12, 4, source.rgba.data(), 20 * 4), 0);
+
+    for (std::string const format : {"rgba8", "rgba32f"}) {
+        Result const result = Run("image in.png -o " + format + " --format " + format);
+        if (SkipForMissingDisplay(result))
+            GTEST_SKIP() << "no EGL display here: " << result.err;
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        int const sizes[][2] = {{20, 12}, {10, 6}, {5, 3}, {2, 1}, {1, 1}};
+        for (int level = 0; level < 5; ++level) {
+            Png const mip = LoadPng(Path(format + "-mip" + std::to_string(level) + ".png"));
+            EXPECT_EQ(mip.width, sizes[level][0]) << format << " level " << level;
+            EXPECT_EQ(mip.height, sizes[level][1]) << format << " level " << level;
+            if (level == 0)
+                EXPECT_EQ(mip.rgba, source.rgba) << format;
+        }
+        EXPECT_FALSE(fs::exists(Path(format + "-mip5.png")));
+    }
+}
+
+TEST_F(ZguTest, InfoListsTheFormatCatalogue)
+{
+    Result const result = Run("info");
+    EXPECT_NE(result.out.find("R32G32B32A32F"), std::string::npos);
+    EXPECT_NE(result.out.find("D24S8"), std::string::npos);
+    if (SkipForMissingDisplay(result))
+        GTEST_SKIP() << "no EGL display here: " << result.err;
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("renderer"), std::string::npos);
+}
+
+} // namespace

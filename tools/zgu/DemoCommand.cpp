@@ -1,0 +1,337 @@
+// zgu demo: the library end to end on an embedded mesh. Normals with a crease
+// angle and remapping, Tipsify, then a 4x MSAA render on the GL device with
+// the shader-based clear, depth resolve and copy, a colour resolve, a mip
+// chain, readback and GPU frame timing. Writes pictures and a JSON report.
+
+#include "Commands.h"
+#include "DemoScene.h"
+#include "Errors.h"
+#include "GlSession.h"
+#include "MeshPrep.h"
+#include "Png.h"
+#include "ProceduralMesh.h"
+#include "Table.h"
+
+#include <Rendering/Image.h>
+#include <Rendering/ShaderOps.h>
+#include <Rendering/Timing.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+namespace Zorvan::Tool {
+namespace {
+
+using namespace Rendering;
+using Clock = std::chrono::steady_clock;
+
+struct DemoOptions {
+    std::string out = "demo-out";
+    std::string size = "640x360";
+    unsigned frames = 12;
+    bool force = false;
+};
+
+constexpr double CreaseDegrees = 30.0;
+constexpr std::uint16_t CacheSize = 16;
+constexpr std::uint32_t SampleCount = 4;
+constexpr char const* OutputFiles[] = {"frame.png", "depth.png", "mips.png", "thumbnail.png", "report.json"};
+
+Size ParseSize(std::string const& text)
+{
+    auto const x = text.find('x');
+    unsigned width = 0;
+    unsigned height = 0;
+    bool ok = x != std::string::npos;
+    if (ok) {
+        auto const* end = text.data() + text.size();
+        auto const w = std::from_chars(text.data(), text.data() + x, width);
+        auto const h = std::from_chars(text.data() + x + 1, end, height);
+        ok = w.ec == std::errc{} && w.ptr == text.data() + x && h.ec == std::errc{} && h.ptr == end;
+    }
+    if (!ok || width < 16 || height < 16 || width > 8192 || height > 8192)
+        throw UsageError("--size must be WIDTHxHEIGHT with each between 16 and 8192, not '" + text + "'");
+    return {width, height, 0};
+}
+
+double SecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+#if defined(ZGU_TOOL_WITH_GL)
+using Image = ScopedResource<ImageId, IResourceFactory>;
+using View = ScopedResource<RtvId, IResourceFactory>;
+
+Image MakeImage(IResourceFactory& gpu, Size size, Format format, std::uint32_t samples, std::uint32_t flags,
+                char const* what)
+{
+    ImageDesc const desc{size, format, samples, 1, flags};
+    ImageId const id = gpu.CreateImage(desc);
+    if (!id.IsValid())
+        throw Failure(std::string("the GL device could not create the ") + what);
+    return Image(&gpu, id);
+}
+
+View MakeTargetView(IResourceFactory& gpu, ImageId image)
+{
+    return View(&gpu, gpu.CreateRenderTargetView(image, RenderTargetViewDescription{}));
+}
+
+// The GL device hands rows over bottom-up (its origin is the lower left);
+// PNG rows go top-down.
+void FlipRows(RgbaImage& image)
+{
+    std::size_t const stride = std::size_t(image.width) * 4;
+    for (std::uint32_t y = 0; y < image.height / 2; ++y)
+        std::swap_ranges(image.pixels.begin() + std::ptrdiff_t(y * stride),
+                         image.pixels.begin() + std::ptrdiff_t((y + 1) * stride),
+                         image.pixels.begin() + std::ptrdiff_t((image.height - 1 - y) * stride));
+}
+
+RgbaImage ReadRgba(IResourceFactory& gpu, ImageId image, Size size, SubImage where, char const* what)
+{
+    RgbaImage result{size.width, size.height, GetR8G8B8A8(gpu, image, where)};
+    if (result.pixels.size() != std::size_t(size.width) * size.height * 4)
+        throw Failure(std::string("reading back the ") + what + " failed");
+    FlipRows(result);
+    return result;
+}
+
+// Depth as grey, nearest white, over the range the scene covers; the far
+// plane (nothing drawn) stays black.
+RgbaImage NormalisedDepth(std::vector<float> const& depth, Size size, double& nearest, double& farthest,
+                          double& coverage)
+{
+    nearest = 1.0;
+    farthest = 0.0;
+    std::size_t covered = 0;
+    for (float d : depth)
+        if (d < 1.0f) {
+            nearest = std::min(nearest, double(d));
+            farthest = std::max(farthest, double(d));
+            ++covered;
+        }
+    coverage = depth.empty() ? 0.0 : double(covered) / double(depth.size());
+    double const range = farthest > nearest ? farthest - nearest : 1.0;
+    RgbaImage image{size.width, size.height, std::vector<unsigned char>(depth.size() * 4, 255)};
+    for (std::size_t i = 0; i < depth.size(); ++i) {
+        double const t = depth[i] < 1.0f ? 1.0 - (depth[i] - nearest) / range : 0.0;
+        auto const grey = static_cast<unsigned char>(std::lround(40.0 + 215.0 * t) * (depth[i] < 1.0f));
+        std::fill_n(image.pixels.begin() + std::ptrdiff_t(i * 4), 3, grey);
+    }
+    FlipRows(image);
+    return image;
+}
+
+// All levels left to right, bottom-aligned, with a 4-pixel gap.
+RgbaImage SideBySide(std::vector<RgbaImage> const& levels)
+{
+    constexpr std::uint32_t gap = 4;
+    RgbaImage sheet;
+    for (RgbaImage const& level : levels) {
+        sheet.width += level.width + gap;
+        sheet.height = std::max(sheet.height, level.height);
+    }
+    sheet.width -= gap;
+    sheet.pixels.assign(std::size_t(sheet.width) * sheet.height * 4, 0);
+    std::uint32_t x = 0;
+    for (RgbaImage const& level : levels) {
+        std::uint32_t const top = sheet.height - level.height;
+        for (std::uint32_t y = 0; y < level.height; ++y)
+            std::copy_n(level.pixels.begin() + std::ptrdiff_t(std::size_t(y) * level.width * 4), level.width * 4,
+                        sheet.pixels.begin() + std::ptrdiff_t((std::size_t(top + y) * sheet.width + x) * 4));
+        x += level.width + gap;
+    }
+    return sheet;
+}
+#endif
+
+int RunDemo(DemoOptions const& options)
+{
+    Size const size = ParseSize(options.size);
+    std::filesystem::path const dir(options.out);
+    if (std::filesystem::exists(dir) && !std::filesystem::is_directory(dir))
+        throw Failure("'" + dir.string() + "' exists and is not a directory");
+    for (char const* file : OutputFiles)
+        CheckMayWrite(dir / file, options.force);
+
+    // Mesh preparation, host only.
+    auto start = Clock::now();
+    MeshData const mesh = MakeKnotOnSlab();
+    double const generateSeconds = SecondsSince(start);
+    PreparedMesh const prepared = PrepareMesh(mesh, CreaseDegrees, CacheSize, [](std::string const&) {});
+
+#if defined(ZGU_TOOL_WITH_GL)
+    auto device = OpenGlDevice();
+    Gl::GlDevice& gpu = *device;
+
+    Image msaaColor = MakeImage(gpu, size, Format::R8G8B8A8, SampleCount,
+                                ImageUsage::RenderTarget | ImageUsage::Resolvable, "4x colour target");
+    Image msaaDepth = MakeImage(gpu, size, Format::D32F, SampleCount,
+                                ImageUsage::RenderTarget | ImageUsage::ShaderResource, "4x depth target");
+    Image color = MakeImage(gpu, size, Format::R8G8B8A8, 1,
+                            ImageUsage::ResolveDestination | ImageUsage::ShaderResource | ImageUsage::CopySource |
+                                ImageUsage::HostRead,
+                            "resolved colour image");
+    Image depth = MakeImage(gpu, size, Format::D32F, 1,
+                            ImageUsage::RenderTarget | ImageUsage::CopySource | ImageUsage::HostRead,
+                            "resolved depth image");
+    Size const thumbSize{std::max(1u, size.width / 4), std::max(1u, size.height / 4), 0};
+    Image thumbnail = MakeImage(gpu, thumbSize, Format::R8G8B8A8, 1,
+                                ImageUsage::RenderTarget | ImageUsage::CopySource | ImageUsage::HostRead,
+                                "thumbnail image");
+    View colorTarget = MakeTargetView(gpu, msaaColor.Get());
+    View depthTarget = MakeTargetView(gpu, msaaDepth.Get());
+
+    DemoScene scene(gpu, mesh, prepared, Format::R8G8B8A8, Format::D32F, SampleCount);
+    scene.SetCamera(LookAtPerspective({7.8, -10.6, 7.4}, {0.0, 0.0, -1.3}, 38.0,
+                                      double(size.width) / double(size.height), 1.0, 40.0),
+                    {0.37f, -0.56f, 0.74f});
+    ShaderBasedImageClear clear(gpu);
+    ShaderBasedMsaaDepthResolver depthResolver(gpu);
+    ShaderBasedImageCopy copy(gpu);
+    GpuFrameTimer timer(gpu);
+
+    start = Clock::now();
+    for (unsigned frame = 0; frame < options.frames; ++frame) {
+        timer.BeginFrame();
+        clear.Clear(colorTarget.Get(), 0.09f, 0.1f, 0.13f, 1.0f);
+        scene.ClearDepth(depthTarget.Get());
+        scene.Draw(colorTarget.Get(), depthTarget.Get());
+        timer.EndFrame();
+        // Paced like a presenting application: the frame timer reads each
+        // frame two frames late and drops it if the device is still busy,
+        // which on a software rasteriser would be every frame.
+        gpu.Finish();
+    }
+    gpu.Finish();
+    double const hostSecondsPerFrame = SecondsSince(start) / options.frames;
+    double const gpuMillisecondsPerFrame = timer.GetMillisecondsPerFrame();
+    ThrowIfDeviceFailed(gpu, "the frames");
+
+    start = Clock::now();
+    gpu.ResolveImage(msaaColor.Get(), {}, color.Get(), {});
+    depthResolver.Resolve(msaaDepth.Get(), depth.Get(), DepthSelectionMode::Min);
+    copy.Copy(color.Get(), {}, thumbnail.Get(), {});
+    MipMapBuilder mipBuilder(gpu);
+    Image mips = mipBuilder.BuildMipMapChain(color.Get(), 0, ImageUsage::ShaderResource);
+    if (!mips.IsValid())
+        throw Failure("the GL device could not create the mip chain");
+    unsigned const mipLevels = gpu.GetImageDescription(mips.Get()).mipLevels;
+
+    RgbaImage const frameImage = ReadRgba(gpu, color.Get(), size, {}, "resolved frame");
+    RgbaImage const thumbImage = ReadRgba(gpu, thumbnail.Get(), thumbSize, {}, "thumbnail");
+    std::vector<RgbaImage> levels;
+    for (unsigned level = 0; level < mipLevels; ++level)
+        levels.push_back(ReadRgba(gpu, mips.Get(), CalculateMipLevelSize(size, level), {level, 0}, "mip chain"));
+    std::vector<float> const depthValues = GetR32F(gpu, depth.Get());
+    if (depthValues.size() != std::size_t(size.width) * size.height)
+        throw Failure("reading back the resolved depth failed");
+    std::vector<double> const doubles = ReadAsDoubles(gpu, color.Get(), false, {});
+    if (doubles.size() != std::size_t(size.width) * size.height * 4)
+        throw Failure("reading the resolved frame as doubles failed");
+    double const postSeconds = SecondsSince(start);
+    ThrowIfDeviceFailed(gpu, "resolve, copy and readback");
+
+    double nearest = 0.0;
+    double farthest = 0.0;
+    double coverage = 0.0;
+    RgbaImage const depthImage = NormalisedDepth(depthValues, size, nearest, farthest, coverage);
+    std::array<double, 4> mean{};
+    for (std::size_t i = 0; i < doubles.size(); ++i)
+        mean[i % 4] += doubles[i];
+    for (double& m : mean)
+        m /= double(doubles.size() / 4);
+
+    std::filesystem::create_directories(dir);
+    WritePng(dir / "frame.png", frameImage);
+    WritePng(dir / "depth.png", depthImage);
+    WritePng(dir / "mips.png", SideBySide(levels));
+    WritePng(dir / "thumbnail.png", thumbImage);
+
+    auto const& info = gpu.Info();
+    nlohmann::ordered_json report;
+    report["device"] = {{"renderer", info.renderer}, {"version", info.version}, {"vendor", info.vendor}};
+    report["mesh"] = {{"triangles", mesh.triangles.size()},
+                      {"vertices_before_remap", mesh.positions.size()},
+                      {"vertices_after_remap", prepared.remapping.vertices.size()},
+                      {"submeshes", prepared.submeshes.size()},
+                      {"crease_degrees", CreaseDegrees},
+                      {"cache_size", CacheSize},
+                      {"acmr_before", prepared.before.acmr},
+                      {"acmr_after", prepared.after.acmr},
+                      {"atvr_before", prepared.before.atvr},
+                      {"atvr_after", prepared.after.atvr},
+                      {"seconds", {{"generate", generateSeconds},
+                                   {"normals", prepared.normalsSeconds},
+                                   {"tipsify", prepared.reorderSeconds}}}};
+    report["render"] = {{"width", size.width},
+                        {"height", size.height},
+                        {"samples", SampleCount},
+                        {"frames", options.frames},
+                        {"gpu_ms_per_frame", gpuMillisecondsPerFrame},
+                        {"host_ms_per_frame", hostSecondsPerFrame * 1000.0},
+                        {"resolve_copy_readback_ms", postSeconds * 1000.0},
+                        {"mip_levels", mipLevels},
+                        {"coverage", coverage},
+                        {"depth_range", {nearest, farthest}},
+                        {"mean_rgba", mean}};
+    report["files"] = {"frame.png", "depth.png", "mips.png", "thumbnail.png"};
+    std::ofstream json(dir / "report.json");
+    json << report.dump(2) << "\n";
+    if (!json)
+        throw Failure("cannot write '" + (dir / "report.json").string() + "'");
+
+    Table table({"", "value"});
+    table.Add({"device", info.renderer});
+    table.Add({"triangles", std::to_string(mesh.triangles.size())});
+    table.Add({"vertices before / after remap", std::to_string(mesh.positions.size()) + " / " +
+                                                    std::to_string(prepared.remapping.vertices.size())});
+    table.Add({"ACMR before / after (cache 16)",
+               Fixed(prepared.before.acmr, 3) + " / " + Fixed(prepared.after.acmr, 3)});
+    table.Add({"ATVR before / after (cache 16)",
+               Fixed(prepared.before.atvr, 3) + " / " + Fixed(prepared.after.atvr, 3)});
+    table.Add({"normals + remap / tipsify", Fixed(prepared.normalsSeconds * 1000.0, 1) + " ms / " +
+                                                Fixed(prepared.reorderSeconds * 1000.0, 1) + " ms"});
+    table.Add({"render", std::to_string(size.width) + "x" + std::to_string(size.height) + ", 4x MSAA, " +
+                             std::to_string(options.frames) + " frames"});
+    table.Add({"GPU time per frame (median)",
+               gpuMillisecondsPerFrame > 0.0 ? Fixed(gpuMillisecondsPerFrame, 2) + " ms" : "n/a (needs 8 frames)"});
+    table.Add({"host time per frame", Fixed(hostSecondsPerFrame * 1000.0, 2) + " ms"});
+    table.Add({"mip levels", std::to_string(mipLevels)});
+    table.Add({"pixels covered", Fixed(coverage * 100.0, 1) + " %"});
+    table.Add({"written", (dir / "{frame,depth,mips,thumbnail}.png").string() + ", report.json"});
+    table.Print(std::cout);
+    return 0;
+#else
+    (void)generateSeconds;
+    (void)size;
+    ThrowNoGlDevice();
+#endif
+}
+
+} // namespace
+
+Command RegisterDemoCommand(CLI::App& app, CLI::App*& subcommand)
+{
+    auto options = std::make_shared<DemoOptions>();
+    subcommand = app.add_subcommand("demo", "Render an embedded mesh through the whole library and write "
+                                            "frame.png, depth.png, mips.png and report.json (the default)");
+    subcommand->add_option("--out", options->out, "output directory")->capture_default_str();
+    subcommand->add_option("--size", options->size, "render size, WIDTHxHEIGHT")->capture_default_str();
+    subcommand->add_option("--frames", options->frames, "frames to render and time")
+        ->check(CLI::Range(1u, 1000u))
+        ->capture_default_str();
+    subcommand->add_flag("--force", options->force, "overwrite existing outputs");
+    return [options] { return RunDemo(*options); };
+}
+
+} // namespace Zorvan::Tool
