@@ -2,6 +2,8 @@
 // compile diagnostics, format round trips through real GL storage, scaling
 // copies, real sample counts and non-blocking queries.
 
+#include "GlDeviceFixture.h"
+
 #include <Rendering/Gl/GlDevice.h>
 
 #include <gmock/gmock.h>
@@ -21,31 +23,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class GlDeviceTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        GlDeviceOptions options;
-        options.onMessage = [this](MessageSeverity severity, std::string const& text) {
-            if (severity == MessageSeverity::Error)
-                messages_.push_back(text);
-        };
-        try {
-            device_ = std::make_unique<GlDevice>(options);
-        } catch (GlDeviceError const& error) {
-            char const* required = std::getenv("ZGU_REQUIRE_GL");
-            if (required != nullptr && std::string_view(required) != "" && std::string_view(required) != "0")
-                FAIL() << "ZGU_REQUIRE_GL is set but: " << error.what();
-            GTEST_SKIP() << "no GL device here: " << error.what();
-        }
-    }
-
-    GlDevice& Device() { return *device_; }
-    std::vector<std::string> TakeMessages() { return std::exchange(messages_, {}); }
-
-    std::unique_ptr<GlDevice> device_;
-    std::vector<std::string> messages_;
-};
+using GlDeviceTest = GlDeviceFixture;
 
 // Without any EGL driver the constructor says why instead of crashing. The
 // child re-executes the test binary, so the driver list is read afresh.

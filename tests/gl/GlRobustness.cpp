@@ -3,6 +3,8 @@
 // shaders that do not translate, compile or link. Each is reported through
 // the message callback, changes nothing, and the device keeps working.
 
+#include "GlDeviceFixture.h"
+
 #include <Rendering/Gl/GlDevice.h>
 
 #include <gmock/gmock.h>
@@ -32,28 +34,8 @@ constexpr ImageDesc Rgba8{{4, 4, 0}, Format::R8G8B8A8, 1, 1, HostIo | Drawable};
 ShaderDescription const ValidProgram{"void main() { $Position$ = float4(0.0, 0.0, 0.0, 1.0); }", "", "", "",
                                      "[out float4 c : 0]\nvoid main() { $c$ = float4(1.0, 0.0, 0.0, 1.0); }"};
 
-class GlRobustness : public ::testing::Test {
+class GlRobustness : public GlDeviceFixture {
 protected:
-    void SetUp() override
-    {
-        GlDeviceOptions options;
-        options.onMessage = [this](MessageSeverity severity, std::string const& text) {
-            if (severity == MessageSeverity::Error)
-                messages_.push_back(text);
-        };
-        try {
-            device_ = std::make_unique<GlDevice>(options);
-        } catch (GlDeviceError const& error) {
-            char const* required = std::getenv("ZGU_REQUIRE_GL");
-            if (required != nullptr && std::string_view(required) != "" && std::string_view(required) != "0")
-                FAIL() << "ZGU_REQUIRE_GL is set but: " << error.what();
-            GTEST_SKIP() << "no GL device here: " << error.what();
-        }
-    }
-
-    GlDevice& Device() { return *device_; }
-    std::vector<std::string> TakeMessages() { return std::exchange(messages_, {}); }
-
     using Made = std::vector<std::pair<Kind, std::uint64_t>>;
 
     // A live object of the kind, as its raw handle value; it and what it was
@@ -134,8 +116,6 @@ protected:
         EXPECT_TRUE(TakeMessages().empty());
     }
 
-    std::unique_ptr<GlDevice> device_;
-    std::vector<std::string> messages_;
 };
 
 struct HandleUse {
