@@ -38,7 +38,7 @@ void ShaderBasedImageCopy::Copy(SrvId source, RtvId target)
         shader_.Reset(&gpu_, gpu_.CreateShader(program));
     }
     if (!sampler_.IsValid())
-        sampler_.Reset(&gpu_, gpu_.CreateSampler(SamplerDescription{1, 1}));
+        sampler_.Reset(&gpu_, gpu_.CreateSampler(SamplerDescription{SamplerFilter::Linear, SamplerAddress::Clamp}));
     if (!vertexBuffer_.IsValid())
         vertexBuffer_.Reset(&gpu_, detail::CreateTriangleBuffer(gpu_));
 

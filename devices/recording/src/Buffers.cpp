@@ -108,8 +108,10 @@ void RecordingGpu::UnmapBuffer(BufferId buffer) noexcept
         s.Error(Op::UnmapBuffer, Recording::HandleText(ResourceKind::Buffer, buffer.Value()) + ": not mapped");
         return;
     }
-    if (!b->map->failed && b->map->mode == MapMode::Write)
+    if (!b->map->failed && b->map->mode == MapMode::Write) {
         std::copy_n(b->map->staging.begin(), b->bytes.size(), b->bytes.begin());
+        s.Current().written = b->bytes;
+    }
     b->map.reset();
 }
 

@@ -133,7 +133,26 @@ struct PendingFault {
     FaultKind kind{};
 };
 
+// Handle layout: the low 32 bits hold the slot index (below 2^20); those of
+// a render-target view also hold a short generation (1 to 4095) above it, so
+// that a view packed into 32 bits still reads as stale once destroyed. The
+// upper 32 bits hold the whole generation.
+inline constexpr std::uint32_t SlotBits = 20;
+inline constexpr std::uint32_t SlotMask = (std::uint32_t{1} << SlotBits) - 1;
+// The last slot could read as the invalid handle with the largest short generation.
+inline constexpr std::size_t MaxSlots = SlotMask;
+
+constexpr std::uint32_t ShortGeneration(std::uint32_t generation) noexcept { return (generation - 1) % 0xFFFu + 1; }
+constexpr std::uint32_t SlotIndex(std::uint64_t handle) noexcept { return static_cast<std::uint32_t>(handle) & SlotMask; }
+constexpr std::uint64_t MakeHandle(std::uint32_t index, std::uint32_t generation, ResourceKind kind) noexcept
+{
+    std::uint32_t const low =
+        kind == ResourceKind::RenderTargetView ? (ShortGeneration(generation) << SlotBits) | index : index;
+    return (std::uint64_t{generation} << 32) | low;
+}
+
 std::string HandleText(ResourceKind kind, std::uint64_t handle);
+std::string PackedHandleText(std::uint32_t handle);
 std::string Hex(std::uint32_t value);
 bool IsCreate(Op op) noexcept;
 
@@ -197,6 +216,10 @@ struct DeviceState {
     {
         return const_cast<R&>(static_cast<DeviceState const*>(this)->Expect<R>(handle, what));
     }
+
+    // A render-target view named by the low 32 bits of its handle (a packed
+    // field of BindingState); null after recording why it is not live.
+    TargetResource* FindPackedView(Op op, std::uint32_t handle);
 
     Slot* Lookup(Op op, std::uint64_t handle, ResourceKind kind);
     Slot const* LiveSlot(std::uint64_t handle, ResourceKind kind) const noexcept;

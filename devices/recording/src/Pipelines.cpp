@@ -16,6 +16,12 @@ void CheckOptional(Recording::DeviceState& s, Op op, IdType id)
         s.Find<R>(op, id.Value());
 }
 
+void CheckOptionalView(Recording::DeviceState& s, PackedRtvId view)
+{
+    if (view.IsValid())
+        s.FindPackedView(Op::BindPipelineState, view.Handle());
+}
+
 } // namespace
 
 ShaderId RecordingGpu::CreateShader(ShaderDescription const& description)
@@ -67,9 +73,9 @@ void RecordingGpu::BindPipelineState(PsoId pipeline, BindingState const& binding
         CheckOptional<Recording::SamplerResource>(s, Op::BindPipelineState, binding.sampler);
     }
     for (auto const& target : bindings.renderTargets)
-        CheckOptional<Recording::TargetResource>(s, Op::BindPipelineState, target);
-    CheckOptional<Recording::TargetResource>(s, Op::BindPipelineState, bindings.depthStencil);
-    CheckOptional<Recording::TargetResource>(s, Op::BindPipelineState, bindings.reservedView);
+        CheckOptionalView(s, target);
+    CheckOptionalView(s, bindings.depthStencil);
+    CheckOptionalView(s, bindings.reservedView);
 }
 
 void RecordingGpu::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t vertexCount,
@@ -79,6 +85,29 @@ void RecordingGpu::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t
     s.Enter({.op = Op::Draw, .value = vertexCount, .value2 = firstVertex, .payload = vertexBuffers});
     for (auto const& buffer : vertexBuffers.buffers)
         CheckOptional<Recording::BufferResource>(s, Op::Draw, buffer);
+}
+
+void RecordingGpu::DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId indexBuffer,
+                               std::uint32_t indexCount, std::uint32_t firstIndex)
+{
+    auto& s = *state_;
+    s.Enter({.op = Op::DrawIndexed,
+             .handles = {indexBuffer.Value(), Recording::NoHandle},
+             .value = indexCount,
+             .value2 = firstIndex,
+             .payload = vertexBuffers});
+    if (auto const* indices = s.Find<Recording::BufferResource>(Op::DrawIndexed, indexBuffer.Value())) {
+        std::string const who = Recording::HandleText(ResourceKind::Buffer, indexBuffer.Value());
+        if ((indices->description.flags & BufferUsage::Index) == 0)
+            s.Error(Op::DrawIndexed, who + ": not an index buffer (flags " + Recording::Hex(indices->description.flags) +
+                                         ")");
+        else if ((std::uint64_t{firstIndex} + indexCount) * sizeof(std::uint32_t) > indices->description.size)
+            s.Error(Op::DrawIndexed, who + ": indices " + std::to_string(firstIndex) + " + " +
+                                         std::to_string(indexCount) + " reach past its " +
+                                         std::to_string(indices->description.size) + " bytes");
+    }
+    for (auto const& buffer : vertexBuffers.buffers)
+        CheckOptional<Recording::BufferResource>(s, Op::DrawIndexed, buffer);
 }
 
 ShaderDescription const& RecordingGpu::Shader(ShaderId shader) const
