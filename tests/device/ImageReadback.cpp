@@ -1,6 +1,7 @@
 #include "ImageTestHelpers.h"
 
 #include <cstddef>
+#include <functional>
 #include <numeric>
 #include <vector>
 
@@ -38,6 +39,46 @@ TEST_P(ImageReadback, ViewFormsCheckTheirSizeBeforeTouchingTheImage)
     }
     EXPECT_TRUE(GetR32F(Gpu(), image.Get(), out));
     EXPECT_EQ(out, values);
+}
+
+// Every entry point asks for the description once and passes it down, so a
+// direct read is one description, one map, one unmap.
+TEST_P(ImageReadback, EveryEntryPointReadsTheDescriptionOnce)
+{
+    ZGU_NEEDS_RECORDING_DEVICE();
+    ScopedImage image = MakeImage(Gpu(), {2, 2, 0}, Format::R8G8B8A8, HostReadWrite);
+    ImageId const id = image.Get();
+    std::vector<float> floats(16);
+    Bytes bytes(16);
+    std::vector<std::function<void()>> const reads{
+        [&] { GetBytes(Gpu(), id, {}, bytes.data(), 8); },
+        [&] { GetBytes(Gpu(), id, {}, 8); },
+        [&] { GetR32F(Gpu(), id); },
+        [&] { GetR32F(Gpu(), id, SubImage{}); },
+        [&] { GetR32F(Gpu(), id, array_view<float>(floats)); },
+        [&] { GetR32F(Gpu(), id, array_view<float>(floats), SubImage{}); },
+        [&] { GetR32G32F(Gpu(), id); },
+        [&] { GetR32G32F(Gpu(), id, SubImage{}); },
+        [&] { GetR32G32F(Gpu(), id, array_view<float>(floats)); },
+        [&] { GetR32G32F(Gpu(), id, array_view<float>(floats), SubImage{}); },
+        [&] { GetR32G32B32A32F(Gpu(), id); },
+        [&] { GetR32G32B32A32F(Gpu(), id, SubImage{}); },
+        [&] { GetR32G32B32A32F(Gpu(), id, array_view<float>(floats)); },
+        [&] { GetR32G32B32A32F(Gpu(), id, array_view<float>(floats), SubImage{}); },
+        [&] { GetR8G8B8A8(Gpu(), id); },
+        [&] { GetR8G8B8A8(Gpu(), id, SubImage{}); },
+        [&] { GetR8G8B8A8(Gpu(), id, array_view<unsigned char>(bytes)); },
+        [&] { GetR8G8B8A8(Gpu(), id, array_view<unsigned char>(bytes), SubImage{}); },
+        [&] { GetR8G8B8A8(Gpu(), id, SubImage{}, bytes.data(), 8); },
+        [&] { ReadAsDoubles(Gpu(), id, false, {}); },
+    };
+    for (std::size_t i = 0; i < reads.size(); ++i) {
+        Recording()->ClearLog();
+        reads[i]();
+        EXPECT_EQ(Recording()->Ops(), (std::vector<Op>{Op::GetImageDescription, Op::MapImage, Op::UnmapImage}))
+            << "entry point " << i << "\n"
+            << Recording()->Dump();
+    }
 }
 
 TEST_P(ImageReadback, FloatFamiliesReadTheirLevel)

@@ -145,7 +145,7 @@ struct DeviceCore {
     bool targetsComplete = false;
 };
 
-// Level extent of an image with absent dimensions kept 0.
+// Level extent of an image with absent dimensions kept 0 (CalculateMipLevelSize).
 Size LevelSize(ImageDesc const& description, std::uint32_t level) noexcept;
 // The same with absent dimensions as 1 (what GL calls for).
 Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept;

@@ -2,6 +2,8 @@
 
 #include "DeviceCore.h"
 
+#include <Rendering/Image.h>
+
 #include <cstdio>
 #include <sstream>
 
@@ -87,13 +89,9 @@ std::string PackedHandleText(std::uint32_t handle)
 
 Size LevelSize(ImageDesc const& description, std::uint32_t level) noexcept
 {
-    auto const reduce = [level](std::uint32_t extent) -> std::uint32_t {
-        if (extent == 0)
-            return 0;
-        std::uint32_t const reduced = level >= 32 ? 0 : extent >> level;
-        return reduced == 0 ? 1 : reduced;
-    };
-    return {reduce(description.size.width), reduce(description.size.height), reduce(description.size.depth)};
+    // The library's own rule, so that the device and its callers never
+    // disagree on a level's extent.
+    return CalculateMipLevelSize(description.size, level);
 }
 
 Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept
