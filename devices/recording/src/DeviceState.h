@@ -221,6 +221,30 @@ struct DeviceState {
     // field of BindingState); null after recording why it is not live.
     TargetResource* FindPackedView(Op op, std::uint32_t handle);
 
+    // Logs a call whose one handle argument names a resource of kind R, then
+    // finds it (null after recording why not).
+    template <typename R>
+    R* EnterOn(Op op, std::uint64_t handle)
+    {
+        Enter({.op = op, .handles = {handle, NoHandle}});
+        return Find<R>(op, handle);
+    }
+    // Logs and performs a destroy of a resource that needs no further checks.
+    template <typename R>
+    void Destroy(Op op, std::uint64_t handle) noexcept
+    {
+        if (EnterOn<R>(op, handle) != nullptr)
+            Remove(handle);
+    }
+    // Adds what the current create call made and logs its handle as the result.
+    template <typename IdType>
+    IdType Created(Resource resource)
+    {
+        std::uint64_t const handle = Add(std::move(resource));
+        Current().result = handle;
+        return IdType{handle};
+    }
+
     Slot* Lookup(Op op, std::uint64_t handle, ResourceKind kind);
     Slot const* LiveSlot(std::uint64_t handle, ResourceKind kind) const noexcept;
     [[noreturn]] static void ThrowNotLive(ResourceKind kind, std::uint64_t handle, char const* what);

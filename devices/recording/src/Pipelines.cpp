@@ -29,17 +29,12 @@ ShaderId RecordingGpu::CreateShader(ShaderDescription const& description)
     auto& s = *state_;
     if (s.Enter({.op = Op::CreateShader, .payload = description}) == FaultKind::InvalidHandle)
         return ShaderId{};
-    std::uint64_t const handle = s.Add(Recording::ShaderResource{description});
-    s.Current().result = handle;
-    return ShaderId{handle};
+    return s.Created<ShaderId>(Recording::ShaderResource{description});
 }
 
 void RecordingGpu::DestroyShader(ShaderId shader) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroyShader, .handles = {shader.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::ShaderResource>(Op::DestroyShader, shader.Value()) != nullptr)
-        s.Remove(shader.Value());
+    state_->Destroy<Recording::ShaderResource>(Op::DestroyShader, shader.Value());
 }
 
 PsoId RecordingGpu::CreatePipelineState(PipelineStateDescription const& description)
@@ -48,17 +43,12 @@ PsoId RecordingGpu::CreatePipelineState(PipelineStateDescription const& descript
     if (s.Enter({.op = Op::CreatePipelineState, .payload = description}) == FaultKind::InvalidHandle)
         return PsoId{};
     CheckOptional<Recording::ShaderResource>(s, Op::CreatePipelineState, description.shader);
-    std::uint64_t const handle = s.Add(Recording::PipelineResource{description});
-    s.Current().result = handle;
-    return PsoId{handle};
+    return s.Created<PsoId>(Recording::PipelineResource{description});
 }
 
 void RecordingGpu::DestroyPipelineState(PsoId pipeline) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroyPipelineState, .handles = {pipeline.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::PipelineResource>(Op::DestroyPipelineState, pipeline.Value()) != nullptr)
-        s.Remove(pipeline.Value());
+    state_->Destroy<Recording::PipelineResource>(Op::DestroyPipelineState, pipeline.Value());
 }
 
 void RecordingGpu::BindPipelineState(PsoId pipeline, BindingState const& bindings)
