@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 namespace Zorvan::Rendering::TestSupport {
@@ -50,28 +51,24 @@ TEST_P(ImageReadback, EveryEntryPointReadsTheDescriptionOnce)
     ImageId const id = image.Get();
     std::vector<float> floats(16);
     Bytes bytes(16);
-    std::vector<std::function<void()>> const reads{
+    std::vector<std::function<void()>> reads{
         [&] { GetBytes(Gpu(), id, {}, bytes.data(), 8); },
         [&] { GetBytes(Gpu(), id, {}, 8); },
-        [&] { GetR32F(Gpu(), id); },
-        [&] { GetR32F(Gpu(), id, SubImage{}); },
-        [&] { GetR32F(Gpu(), id, array_view<float>(floats)); },
-        [&] { GetR32F(Gpu(), id, array_view<float>(floats), SubImage{}); },
-        [&] { GetR32G32F(Gpu(), id); },
-        [&] { GetR32G32F(Gpu(), id, SubImage{}); },
-        [&] { GetR32G32F(Gpu(), id, array_view<float>(floats)); },
-        [&] { GetR32G32F(Gpu(), id, array_view<float>(floats), SubImage{}); },
-        [&] { GetR32G32B32A32F(Gpu(), id); },
-        [&] { GetR32G32B32A32F(Gpu(), id, SubImage{}); },
-        [&] { GetR32G32B32A32F(Gpu(), id, array_view<float>(floats)); },
-        [&] { GetR32G32B32A32F(Gpu(), id, array_view<float>(floats), SubImage{}); },
-        [&] { GetR8G8B8A8(Gpu(), id); },
-        [&] { GetR8G8B8A8(Gpu(), id, SubImage{}); },
-        [&] { GetR8G8B8A8(Gpu(), id, array_view<unsigned char>(bytes)); },
-        [&] { GetR8G8B8A8(Gpu(), id, array_view<unsigned char>(bytes), SubImage{}); },
         [&] { GetR8G8B8A8(Gpu(), id, SubImage{}, bytes.data(), 8); },
         [&] { ReadAsDoubles(Gpu(), id, false, {}); },
     };
+    // The four overloads of a family: vector and array forms, with and without a sub-image.
+    auto const family = [&](auto get, auto& out) {
+        using Element = typename std::remove_reference_t<decltype(out)>::value_type;
+        reads.push_back([&, get] { get(Gpu(), id); });
+        reads.push_back([&, get] { get(Gpu(), id, SubImage{}); });
+        reads.push_back([&, get] { get(Gpu(), id, array_view<Element>(out)); });
+        reads.push_back([&, get] { get(Gpu(), id, array_view<Element>(out), SubImage{}); });
+    };
+    family([](auto&&... a) { return GetR32F(a...); }, floats);
+    family([](auto&&... a) { return GetR32G32F(a...); }, floats);
+    family([](auto&&... a) { return GetR32G32B32A32F(a...); }, floats);
+    family([](auto&&... a) { return GetR8G8B8A8(a...); }, bytes);
     for (std::size_t i = 0; i < reads.size(); ++i) {
         Recording()->ClearLog();
         reads[i]();

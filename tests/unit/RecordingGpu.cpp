@@ -312,9 +312,8 @@ TEST(RecordingGpu, PackedViewsAreCaughtWhenStaleThoughOnlyTheirLowBitsTravel)
     bindings = {};
     bindings.depthStencil = PackedRtvId{0x00300000u | (fresh.Handle() & 0xFFFFFu)};
     gpu.BindPipelineState(pipeline, bindings);
-    ASSERT_EQ(gpu.Errors().size(), 2u) << gpu.Problems();
-    EXPECT_THAT(gpu.Errors()[0], HasSubstr("stale view, already destroyed"));
-    EXPECT_THAT(gpu.Errors()[1], HasSubstr("unknown view, never created"));
+    EXPECT_THAT(gpu.Errors(),
+                ElementsAre(HasSubstr("stale view, already destroyed"), HasSubstr("unknown view, never created")));
     EXPECT_THAT(gpu.Dump(), HasSubstr("depth0 RenderTargetView(2, packed gen 3)"));
 
     // The full handle keeps working where the contract passes 64 bits.
@@ -345,10 +344,9 @@ TEST(RecordingGpu, DrawIndexedIsLoggedAndChecksItsIndexBuffer)
     gpu.DrawIndexed(bindings, vertices, 3, 0);  // not an index buffer
     gpu.DestroyBuffer(vertices);
     gpu.DrawIndexed(bindings, indices, 3, 0);   // stale vertex buffer
-    ASSERT_EQ(gpu.Errors().size(), 3u) << gpu.Problems();
-    EXPECT_THAT(gpu.Errors()[0], HasSubstr("indices 3 + 4 reach past its 24 bytes"));
-    EXPECT_THAT(gpu.Errors()[1], HasSubstr("not an index buffer"));
-    EXPECT_THAT(gpu.Errors()[2], HasSubstr("DrawIndexed: Buffer(1, gen 1): stale"));
+    EXPECT_THAT(gpu.Errors(), ElementsAre(HasSubstr("indices 3 + 4 reach past its 24 bytes"),
+                                          HasSubstr("not an index buffer"),
+                                          HasSubstr("DrawIndexed: Buffer(1, gen 1): stale")));
     gpu.DestroyBuffer(indices);
 }
 
