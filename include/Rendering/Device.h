@@ -211,7 +211,7 @@ enum class BlendOperation : std::uint32_t {
 // depthComparison to Always; the library sets nothing in the reserved words).
 struct PipelineStateDescription {
     InputLayout inputLayout{};                              // vertex attributes; empty: the shader makes its vertices
-    std::array<std::uint64_t, 2> reserved{};                // 0
+    std::array<std::uint64_t, 2> reserved{};                // the library leaves them 0
     ShaderId shader{};                                      // the program from CreateShader
 
     PrimitiveTopology topology = PrimitiveTopology::Triangles;
@@ -296,10 +296,10 @@ static_assert(sizeof(TextureBinding) == 24 && offsetof(TextureBinding, sampler) 
 struct BindingState {
     std::array<ConstantBufferBinding, 8> constantBuffers{}; // by CBUFFER slot
     std::array<TextureBinding, 16> textures{};              // by TEXTURE_2D / TEXTURE_2DMS slot
-    std::uint32_t reserved = 0;                             // 0
+    std::uint32_t reserved = 0;                             // the library leaves it 0
     std::array<PackedRtvId, 8> renderTargets{};             // colour targets, by fragment output target
     PackedRtvId depthStencil{};                             // a render-target view of a depth image
-    PackedRtvId reservedView{};                             // empty
+    PackedRtvId reservedView{};                             // the library leaves it empty
 
     friend constexpr bool operator==(BindingState const&, BindingState const&) = default;
 };
