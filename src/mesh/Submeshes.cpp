@@ -14,7 +14,6 @@
 
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
-#include <oneapi/tbb/parallel_sort.h>
 
 #include <algorithm>
 #include <cmath>
@@ -73,6 +72,36 @@ struct KeyedTriangle {
     std::size_t triangle;
 };
 
+// Sorts by key, then triangle number. A stable counting sort on the key's
+// top bits leaves small buckets, already in triangle order, which are then
+// sorted by the whole key in parallel; the order is total, so the result
+// does not depend on how buckets fall to threads.
+std::vector<KeyedTriangle> SortByKey(std::vector<KeyedTriangle> const& keyed)
+{
+    constexpr unsigned bucketBits = 16;
+    constexpr unsigned shift = 64 - bucketBits;
+    std::vector<std::size_t> start((std::size_t{1} << bucketBits) + 1, 0);
+    for (KeyedTriangle const& k : keyed)
+        ++start[(k.key >> shift) + 1];
+    std::partial_sum(start.begin(), start.end(), start.begin());
+    std::vector<KeyedTriangle> sorted(keyed.size());
+    std::vector<std::size_t> next(start.begin(), start.end() - 1);
+    for (KeyedTriangle const& k : keyed)
+        sorted[next[k.key >> shift]++] = k;
+
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, std::size_t{1} << bucketBits, 256),
+                      [&](tbb::blocked_range<std::size_t> const& r) {
+                          for (std::size_t b = r.begin(); b != r.end(); ++b)
+                              if (start[b + 1] - start[b] > 1)
+                                  std::sort(sorted.begin() + static_cast<std::ptrdiff_t>(start[b]),
+                                            sorted.begin() + static_cast<std::ptrdiff_t>(start[b + 1]),
+                                            [](KeyedTriangle const& x, KeyedTriangle const& y) {
+                                                return x.key != y.key ? x.key < y.key : x.triangle < y.triangle;
+                                            });
+                      });
+    return sorted;
+}
+
 // Triangle numbers sorted by the Hilbert index of their centroid in the
 // bounding cube of the used vertices (one scale for all axes, so the cells
 // are cubes and a flat mesh is not stretched), ties in input order. A
@@ -107,60 +136,68 @@ std::vector<KeyedTriangle> SpatialOrder(span<Math::point<T, 3> const> positions,
                         t};
         }
     });
-    // Key, then triangle number: a total order, so the result is the same
-    // whatever the sort's split between threads.
-    tbb::parallel_sort(keyed.begin(), keyed.end(), [](KeyedTriangle const& a, KeyedTriangle const& b) {
-        return a.key != b.key ? a.key < b.key : a.triangle < b.triangle;
-    });
-    return keyed;
+    return SortByKey(keyed);
 }
+
+// Submeshes with their vertices, and their local indices still in one list,
+// submesh after submesh (Tipsify then reads its slice in place).
+struct Cutting {
+    std::vector<Submesh> submeshes;   // vertices only
+    std::vector<std::size_t> firstCorner; // per submesh, plus the end
+    std::vector<std::uint16_t> corners;
+};
 
 // Walks triangles in the given order and opens a new submesh whenever the
 // next triangle's vertices would not fit the current one. Local vertices are
 // numbered in order of first use.
 template <typename Triangles, typename Order>
-std::vector<Submesh> Cut(Triangles const& triangles, Order order, std::size_t vertexCount)
+Cutting Cut(Triangles const& triangles, Order order, std::size_t vertexCount)
 {
-    std::vector<Submesh> submeshes;
+    Cutting cutting;
+    std::size_t const count = triangles.Count();
+    cutting.corners.resize(3 * count);
     std::vector<std::uint32_t> owner(vertexCount, None); // the submesh that numbered the vertex
     std::vector<std::uint16_t> local(vertexCount);
-    std::size_t const count = triangles.Count();
+    std::uint32_t current = None;
+    Submesh* submesh = nullptr;
     for (std::size_t i = 0; i < count; ++i) {
         std::size_t const t = order(i);
         std::uint32_t const a = triangles.Corner(t, 0);
         std::uint32_t const b = triangles.Corner(t, 1);
         std::uint32_t const c = triangles.Corner(t, 2);
-        auto const current = submeshes.empty() ? None : static_cast<std::uint32_t>(submeshes.size() - 1);
         std::size_t const fresh = (owner[a] != current ? 1 : 0) + (b != a && owner[b] != current ? 1 : 0) +
                                   (c != a && c != b && owner[c] != current ? 1 : 0);
-        if (submeshes.empty() || submeshes.back().vertices.size() + fresh > MaxSubmeshVertexCount)
-            submeshes.emplace_back();
-        auto const index = static_cast<std::uint32_t>(submeshes.size() - 1);
-        Submesh& submesh = submeshes.back();
+        if (submesh == nullptr || submesh->vertices.size() + fresh > MaxSubmeshVertexCount) {
+            submesh = &cutting.submeshes.emplace_back();
+            cutting.firstCorner.push_back(3 * i);
+            current = static_cast<std::uint32_t>(cutting.submeshes.size() - 1);
+        }
+        std::uint16_t* out = &cutting.corners[3 * i];
         for (std::uint32_t v : {a, b, c}) {
-            if (owner[v] != index) {
-                owner[v] = index;
-                local[v] = static_cast<std::uint16_t>(submesh.vertices.size());
-                submesh.vertices.push_back(v);
+            if (owner[v] != current) {
+                owner[v] = current;
+                local[v] = static_cast<std::uint16_t>(submesh->vertices.size());
+                submesh->vertices.push_back(v);
             }
-            submesh.indices.push_back(local[v]);
+            *out++ = local[v];
         }
     }
-    return submeshes;
+    cutting.firstCorner.push_back(3 * count);
+    return cutting;
 }
 
 // Tipsify, then local vertices renumbered in order of first use.
-void Reorder(Submesh& submesh, std::uint16_t cacheSize)
+void Reorder(Submesh& submesh, std::uint16_t const* corners, std::size_t cornerCount, std::uint16_t cacheSize)
 {
-    std::vector<std::uint16_t> reordered(submesh.indices.size());
-    Tipsify(submesh.indices.data(), reordered.data(), static_cast<unsigned int>(submesh.indices.size()),
+    submesh.indices.resize(cornerCount);
+    Tipsify(corners, submesh.indices.data(), static_cast<unsigned int>(cornerCount),
             static_cast<unsigned int>(submesh.vertices.size()), 3, cacheSize);
 
     constexpr std::uint16_t unnumbered = 0xFFFF; // never a local vertex
     std::vector<std::uint16_t> renumber(submesh.vertices.size(), unnumbered);
     std::vector<std::uint32_t> vertices;
     vertices.reserve(submesh.vertices.size());
-    for (std::uint16_t& index : reordered) {
+    for (std::uint16_t& index : submesh.indices) {
         if (renumber[index] == unnumbered) {
             renumber[index] = static_cast<std::uint16_t>(vertices.size());
             vertices.push_back(submesh.vertices[index]);
@@ -168,7 +205,6 @@ void Reorder(Submesh& submesh, std::uint16_t cacheSize)
         index = renumber[index];
     }
     submesh.vertices = std::move(vertices);
-    submesh.indices = std::move(reordered);
 }
 
 template <typename T, typename Triangles>
@@ -189,21 +225,27 @@ std::vector<Submesh> Split(span<Math::point<T, 3> const> positions, Triangles co
 
     UsedVertices const bounds = MeasureUsedVertices(positions, used);
     used = {};
-    std::vector<Submesh> submeshes;
+    Cutting cutting;
     if (bounds.count <= MaxSubmeshVertexCount) {
-        submeshes = Cut(triangles, [](std::size_t i) { return i; }, positions.size());
+        cutting = Cut(triangles, [](std::size_t i) { return i; }, positions.size());
     } else {
         std::vector<KeyedTriangle> const order = SpatialOrder(positions, triangles, bounds);
-        submeshes = Cut(triangles, [&order](std::size_t i) { return order[i].triangle; }, positions.size());
+        cutting = Cut(triangles, [&order](std::size_t i) { return order[i].triangle; }, positions.size());
     }
 
-    if (cacheSize != 0)
-        tbb::parallel_for(tbb::blocked_range<std::size_t>(0, submeshes.size(), 1),
-                          [&](tbb::blocked_range<std::size_t> const& r) {
-                              for (std::size_t s = r.begin(); s != r.end(); ++s)
-                                  Reorder(submeshes[s], cacheSize);
-                          });
-    return submeshes;
+    std::vector<Submesh>& submeshes = cutting.submeshes;
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, submeshes.size(), 1),
+                      [&](tbb::blocked_range<std::size_t> const& r) {
+                          for (std::size_t s = r.begin(); s != r.end(); ++s) {
+                              std::uint16_t const* first = cutting.corners.data() + cutting.firstCorner[s];
+                              std::size_t const size = cutting.firstCorner[s + 1] - cutting.firstCorner[s];
+                              if (cacheSize != 0)
+                                  Reorder(submeshes[s], first, size, cacheSize);
+                              else
+                                  submeshes[s].indices.assign(first, first + size);
+                          }
+                      });
+    return std::move(submeshes);
 }
 
 } // namespace
