@@ -142,7 +142,7 @@ std::vector<KeyedTriangle> SpatialOrder(span<Math::point<T, 3> const> positions,
 // Submeshes with their vertices, and their local indices still in one list,
 // submesh after submesh (Tipsify then reads its slice in place).
 struct Cutting {
-    std::vector<Submesh> submeshes;   // vertices only
+    std::vector<Submesh> submeshes;       // vertices only
     std::vector<std::size_t> firstCorner; // per submesh, plus the end
     std::vector<std::uint16_t> corners;
 };
