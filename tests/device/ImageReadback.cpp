@@ -1,7 +1,9 @@
 #include "ImageTestHelpers.h"
 
 #include <cstddef>
+#include <functional>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 namespace Zorvan::Rendering::TestSupport {
@@ -38,6 +40,42 @@ TEST_P(ImageReadback, ViewFormsCheckTheirSizeBeforeTouchingTheImage)
     }
     EXPECT_TRUE(GetR32F(Gpu(), image.Get(), out));
     EXPECT_EQ(out, values);
+}
+
+// Every entry point asks for the description once and passes it down, so a
+// direct read is one description, one map, one unmap.
+TEST_P(ImageReadback, EveryEntryPointReadsTheDescriptionOnce)
+{
+    ZGU_NEEDS_RECORDING_DEVICE();
+    ScopedImage image = MakeImage(Gpu(), {2, 2, 0}, Format::R8G8B8A8, HostReadWrite);
+    ImageId const id = image.Get();
+    std::vector<float> floats(16);
+    Bytes bytes(16);
+    std::vector<std::function<void()>> reads{
+        [&] { GetBytes(Gpu(), id, {}, bytes.data(), 8); },
+        [&] { GetBytes(Gpu(), id, {}, 8); },
+        [&] { GetR8G8B8A8(Gpu(), id, SubImage{}, bytes.data(), 8); },
+        [&] { ReadAsDoubles(Gpu(), id, false, {}); },
+    };
+    // The four overloads of a family: vector and array forms, with and without a sub-image.
+    auto const family = [&](auto get, auto& out) {
+        using Element = typename std::remove_reference_t<decltype(out)>::value_type;
+        reads.push_back([&, get] { get(Gpu(), id); });
+        reads.push_back([&, get] { get(Gpu(), id, SubImage{}); });
+        reads.push_back([&, get] { get(Gpu(), id, array_view<Element>(out)); });
+        reads.push_back([&, get] { get(Gpu(), id, array_view<Element>(out), SubImage{}); });
+    };
+    family([](auto&&... a) { return GetR32F(a...); }, floats);
+    family([](auto&&... a) { return GetR32G32F(a...); }, floats);
+    family([](auto&&... a) { return GetR32G32B32A32F(a...); }, floats);
+    family([](auto&&... a) { return GetR8G8B8A8(a...); }, bytes);
+    for (std::size_t i = 0; i < reads.size(); ++i) {
+        Recording()->ClearLog();
+        reads[i]();
+        EXPECT_EQ(Recording()->Ops(), (std::vector<Op>{Op::GetImageDescription, Op::MapImage, Op::UnmapImage}))
+            << "entry point " << i << "\n"
+            << Recording()->Dump();
+    }
 }
 
 TEST_P(ImageReadback, FloatFamiliesReadTheirLevel)

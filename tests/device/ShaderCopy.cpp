@@ -117,7 +117,7 @@ TEST_P(ShaderCopy, ViewCopyMakesItsObjectsOnceAndAPipelinePerCall)
                               "[out float4 color : 0]\nvoid main()\n        {\n"
                               "        $color$ = SAMPLE(source_image, $uv$);\n        }\n";
     EXPECT_EQ(Only(Op::CreateShader).As<ShaderDescription>(), expectedShader);
-    EXPECT_EQ(Only(Op::CreateSampler).As<SamplerDescription>(), (SamplerDescription{1, 1}));
+    EXPECT_EQ(Only(Op::CreateSampler).As<SamplerDescription>(), (SamplerDescription{SamplerFilter::Linear, SamplerAddress::Clamp}));
     SamplerId const sampler{Only(Op::CreateSampler).result};
 
     EXPECT_EQ(Only(Op::CreateBuffer).As<BufferDescription>(), (BufferDescription{24, 1}));

@@ -350,8 +350,9 @@ TEST_F(GlDeviceTest, IndexedDrawsFeedAttributesBySemanticFromSeveralSlots)
     VertexBufferBindings vertexBuffers;
     vertexBuffers.buffers[0] = positions;
     vertexBuffers.buffers[1] = colourBuffer;
-    Device().DrawIndexed(vertexBuffers, indexBuffer, 6, 0);
-    Device().DrawIndexed(vertexBuffers, indexBuffer, 6, 1);
+    IGpu& gpu = Device(); // drawn through the contract, as a renderer would
+    gpu.DrawIndexed(vertexBuffers, indexBuffer, 6, 0);
+    gpu.DrawIndexed(vertexBuffers, indexBuffer, 6, 1);
     EXPECT_EQ(TakeMessages().size(), 1u); // seven indices from a buffer of six
 
     MappedImage const pixels = Device().MapImage(target, {}, MapMode::Read);
@@ -370,6 +371,48 @@ TEST_F(GlDeviceTest, IndexedDrawsFeedAttributesBySemanticFromSeveralSlots)
     Device().DestroyShader(shader);
     Device().DestroyRenderTargetView(view);
     Device().DestroyImage(target);
+    EXPECT_EQ(Device().LiveResourceCount(), 0u);
+}
+
+// A binding holds only the low 32 bits of a view's handle; those bits alone
+// must tell a destroyed view from the one now in its slot.
+TEST_F(GlDeviceTest, StalePackedViewsAreReportedNotBound)
+{
+    ImageId const image = Device().CreateImage({{4, 4, 0}, Format::R8G8B8A8, 1, 1, ImageUsage::RenderTarget});
+    ShaderDescription program;
+    program.vertex = "void main() { $Position$ = float4(0.0, 0.0, 0.0, 1.0); }";
+    program.fragment = "[out float4 o : 0]\nvoid main() { $o$ = float4(1.0, 1.0, 1.0, 1.0); }";
+    ShaderId const shader = Device().CreateShader(program);
+    PipelineStateDescription description;
+    description.shader = shader;
+    description.renderTargetFormats[0] = Format::R8G8B8A8;
+    PsoId const pipeline = Device().CreatePipelineState(description);
+    RtvId const old = Device().CreateRenderTargetView(image, {});
+    Device().DestroyRenderTargetView(old);
+    RtvId const fresh = Device().CreateRenderTargetView(image, {});
+    ASSERT_NE(PackedRtvId{old}, PackedRtvId{fresh});
+
+    BindingState bindings;
+    bindings.renderTargets[0] = fresh;
+    Device().BindPipelineState(pipeline, bindings);
+    EXPECT_TRUE(TakeMessages().empty());
+    bindings.renderTargets[0] = old;
+    Device().BindPipelineState(pipeline, bindings);
+    bindings.renderTargets[0] = PackedRtvId{fresh.Handle() & 0xFFFFFu}; // a slot number without a generation
+    Device().BindPipelineState(pipeline, bindings);
+    Device().Draw({}, 3, 0);
+    std::vector<std::string> const messages = TakeMessages();
+    ASSERT_EQ(messages.size(), 3u);
+    EXPECT_THAT(messages[0], HasSubstr("render-target view 0x"));
+    EXPECT_THAT(messages[0], HasSubstr("stale"));
+    EXPECT_THAT(messages[1], HasSubstr("never made by this device"));
+    EXPECT_THAT(messages[2], HasSubstr("no usable pipeline state is bound")) << "a failed binding binds nothing";
+
+    Device().DestroyRenderTargetView(fresh);
+    Device().DestroyPipelineState(pipeline);
+    Device().DestroyShader(shader);
+    Device().DestroyImage(image);
+    EXPECT_TRUE(TakeMessages().empty());
     EXPECT_EQ(Device().LiveResourceCount(), 0u);
 }
 

@@ -5,6 +5,7 @@
 
 #include "Commands.h"
 #include "DemoScene.h"
+#include "DeviceFence.h"
 #include "Errors.h"
 #include "GlSession.h"
 #include "MeshPrep.h"
@@ -23,8 +24,10 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace Zorvan::Tool {
 namespace {
@@ -76,7 +79,7 @@ Image MakeImage(IResourceFactory& gpu, Size size, Format format, std::uint32_t s
     ImageDesc const desc{size, format, samples, 1, flags};
     ImageId const id = gpu.CreateImage(desc);
     if (!id.IsValid())
-        throw Failure(std::string("the GL device could not create the ") + what);
+        throw Failure(std::string("the device could not create the ") + what);
     return Image(&gpu, id);
 }
 
@@ -168,8 +171,13 @@ struct Rendered {
     double postSeconds = 0.0;
 };
 
-Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const& prepared, Size size,
-                    unsigned frames)
+// Throws Failure naming the stage whose device work failed.
+using DeviceCheck = std::function<void(std::string const& during)>;
+
+// Reaches the device through the contract alone; checkDevice reads whatever
+// diagnostics the concrete device keeps.
+Rendered RenderDemo(IGpu& gpu, DeviceCheck const& checkDevice, MeshData const& mesh, PreparedMesh const& prepared,
+                    Size size, unsigned frames)
 {
     Rendered out;
 
@@ -191,7 +199,14 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
     View colorTarget = MakeTargetView(gpu, msaaColor.Get());
     View depthTarget = MakeTargetView(gpu, msaaDepth.Get());
 
-    DemoScene scene(gpu, mesh, prepared, Format::R8G8B8A8, Format::D32F, SampleCount);
+    std::optional<DemoScene> created;
+    try {
+        created.emplace(gpu, mesh, prepared, Format::R8G8B8A8, Format::D32F, SampleCount);
+    } catch (Failure const& failure) {
+        checkDevice("the demo's scene"); // the device's own words, when it has any
+        throw;
+    }
+    DemoScene& scene = *created;
     scene.SetCamera(LookAtPerspective({7.8, -10.6, 7.4}, {0.0, 0.0, -1.3}, 38.0,
                                       double(size.width) / double(size.height), 1.0, 40.0),
                     {0.37f, -0.56f, 0.74f});
@@ -210,12 +225,11 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
         // Paced like a presenting application: the frame timer reads each
         // frame two frames late and drops it if the device is still busy,
         // which on a software rasteriser would be every frame.
-        gpu.Finish();
+        WaitForDevice(gpu);
     }
-    gpu.Finish();
     out.hostSecondsPerFrame = SecondsSince(start) / frames;
     out.gpuMillisecondsPerFrame = timer.GetMillisecondsPerFrame();
-    ThrowIfDeviceFailed(gpu, "the frames");
+    checkDevice("the frames");
 
     start = Clock::now();
     gpu.ResolveImage(msaaColor.Get(), {}, color.Get(), {});
@@ -224,7 +238,7 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
     MipMapBuilder mipBuilder(gpu);
     Image mips = mipBuilder.BuildMipMapChain(color.Get(), 0, ImageUsage::ShaderResource);
     if (!mips.IsValid())
-        throw Failure("the GL device could not create the mip chain");
+        throw Failure("the device could not create the mip chain");
     out.mipLevels = gpu.GetImageDescription(mips.Get()).mipLevels;
 
     out.frame = ReadRgba(gpu, color.Get(), size, {}, "resolved frame");
@@ -238,7 +252,7 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
     if (out.doubles.size() != std::size_t(size.width) * size.height * 4)
         throw Failure("reading the resolved frame as doubles failed");
     out.postSeconds = SecondsSince(start);
-    ThrowIfDeviceFailed(gpu, "resolve, copy and readback");
+    checkDevice("resolve, copy and readback");
     return out;
 }
 
@@ -260,9 +274,13 @@ int RunDemo(DemoOptions const& options)
     PreparedMesh const prepared = PrepareMesh(mesh, CreaseDegrees, CacheSize, [](std::string const&) {});
 
 #if defined(ZGU_TOOL_WITH_GL)
+    // The concrete device only opens here, answers for its diagnostics and
+    // describes itself in the report; the rendering sees IGpu.
     auto device = OpenGlDevice();
-    Rendered const rendered = RenderDemo(*device, mesh, prepared, size, options.frames);
     Gl::GlDevice& gpu = *device;
+    Rendered const rendered = RenderDemo(
+        gpu, [&gpu](std::string const& during) { ThrowIfDeviceFailed(gpu, during); }, mesh, prepared, size,
+        options.frames);
     if (gpu.LiveResourceCount() != 0)
         throw Failure("the demo left " + std::to_string(gpu.LiveResourceCount()) + " device resources alive");
     RgbaImage const& frameImage = rendered.frame;

@@ -115,6 +115,8 @@ struct DeviceCore {
             ReportLookup(result, id.Value(), operation, what);
         return record;
     }
+    // The same for a view that reached the device as the low 32 bits of its handle.
+    RtvRecord* FindView(PackedRtvId view, char const* operation, char const* what);
     void ReportLookup(LookupResult result, std::uint64_t handle, char const* operation, char const* what);
 
     void MakeCurrent() const noexcept { context.MakeCurrent(); }
@@ -128,7 +130,7 @@ struct DeviceCore {
     HandleTable<BufferRecord> buffers{ObjectKind::Buffer};
     HandleTable<ImageRecord> images{ObjectKind::Image};
     HandleTable<SrvRecord> shaderResourceViews{ObjectKind::ShaderResourceView};
-    HandleTable<RtvRecord> renderTargetViews{ObjectKind::RenderTargetView};
+    HandleTable<RtvRecord> renderTargetViews{ObjectKind::RenderTargetView, HandlePacking::SlotAndGeneration};
     HandleTable<SamplerRecord> samplers{ObjectKind::Sampler};
     HandleTable<ShaderRecord> shaders{ObjectKind::Shader};
     HandleTable<PipelineRecord> pipelines{ObjectKind::Pipeline};
@@ -143,11 +145,12 @@ struct DeviceCore {
     bool targetsComplete = false;
 };
 
-// Level extent of an image with absent dimensions kept 0.
+// Level extent of an image with absent dimensions kept 0 (CalculateMipLevelSize).
 Size LevelSize(ImageDesc const& description, std::uint32_t level) noexcept;
 // The same with absent dimensions as 1 (what GL calls for).
 Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept;
 std::string HandleText(std::uint64_t handle);
+std::string PackedHandleText(std::uint32_t handle);
 
 } // namespace Zorvan::Rendering::Gl::detail
 

@@ -48,7 +48,7 @@ void GlDevice::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t ver
     auto* pipeline = PrepareDraw(s, vertexBuffers, "Draw");
     if (pipeline == nullptr)
         return;
-    glDrawArrays(Topologies[pipeline->description.topology], static_cast<GLint>(firstVertex),
+    glDrawArrays(Topologies[static_cast<std::size_t>(pipeline->description.topology)], static_cast<GLint>(firstVertex),
                  static_cast<GLsizei>(vertexCount));
     s.CheckGlErrors("Draw");
 }
@@ -70,7 +70,7 @@ void GlDevice::DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId i
     if (pipeline == nullptr)
         return;
     glVertexArrayElementBuffer(pipeline->vertexArray.Get(), indices->name.Get());
-    glDrawElements(Topologies[pipeline->description.topology], static_cast<GLsizei>(indexCount), GL_UNSIGNED_INT,
+    glDrawElements(Topologies[static_cast<std::size_t>(pipeline->description.topology)], static_cast<GLsizei>(indexCount), GL_UNSIGNED_INT,
                    reinterpret_cast<void const*>(std::uintptr_t{firstIndex} * 4));
     s.CheckGlErrors("DrawIndexed");
 }

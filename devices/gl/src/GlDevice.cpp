@@ -2,6 +2,8 @@
 
 #include "DeviceCore.h"
 
+#include <Rendering/Image.h>
+
 #include <cstdio>
 #include <sstream>
 
@@ -78,15 +80,18 @@ std::string HandleText(std::uint64_t handle)
     return buffer;
 }
 
+std::string PackedHandleText(std::uint32_t handle)
+{
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "0x%08x", handle);
+    return buffer;
+}
+
 Size LevelSize(ImageDesc const& description, std::uint32_t level) noexcept
 {
-    auto const reduce = [level](std::uint32_t extent) -> std::uint32_t {
-        if (extent == 0)
-            return 0;
-        std::uint32_t const reduced = level >= 32 ? 0 : extent >> level;
-        return reduced == 0 ? 1 : reduced;
-    };
-    return {reduce(description.size.width), reduce(description.size.height), reduce(description.size.depth)};
+    // The library's own rule, so that the device and its callers never
+    // disagree on a level's extent.
+    return CalculateMipLevelSize(description.size, level);
 }
 
 Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept
@@ -153,6 +158,16 @@ void DeviceCore::CheckGlErrors(char const* operation)
         std::snprintf(buffer, sizeof buffer, "0x%04X", error);
         Error(std::string(operation) + ": GL error " + buffer);
     }
+}
+
+RtvRecord* DeviceCore::FindView(PackedRtvId view, char const* operation, char const* what)
+{
+    LookupResult result = LookupResult::Found;
+    RtvRecord* record = renderTargetViews.FindPacked(view.Handle(), result);
+    if (record == nullptr)
+        Error(std::string(operation) + ": " + what + " " + PackedHandleText(view.Handle()) + " " + Explain(result) +
+              "; ignored");
+    return record;
 }
 
 void DeviceCore::ReportLookup(LookupResult result, std::uint64_t handle, char const* operation, char const* what)

@@ -3,20 +3,15 @@
 
 #include "DeviceCore.h"
 
+#include <Rendering/Image.h>
+
 #include <algorithm>
-#include <bit>
 
 namespace Zorvan::Rendering::Gl {
 
 using namespace detail;
 
 namespace {
-
-std::uint32_t FullChainLength(Size size) noexcept
-{
-    std::uint32_t const largest = std::max({size.width, size.height, size.depth, 1u});
-    return static_cast<std::uint32_t>(std::bit_width(largest));
-}
 
 // The smallest sample count GL offers at or above the request (else the
 // largest): llvmpipe, for one, offers 4 only.
@@ -72,7 +67,7 @@ ImageId GlDevice::CreateImage(ImageDesc const& requested)
         return s.Error(what + ": sample count 0"), ImageId{};
 
     ImageDesc description = requested;
-    std::uint32_t const fullChain = FullChainLength(size);
+    std::uint32_t const fullChain = CalculateFullMipChainCount(size);
     if (multisampled) {
         if (requested.mipLevels > 1)
             return s.Error(what + ": a multisampled image has one mip level"), ImageId{};

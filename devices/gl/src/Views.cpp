@@ -104,8 +104,8 @@ SamplerId GlDevice::CreateSampler(SamplerDescription const& description)
     auto& s = *state_;
     s.MakeCurrent();
     if (description.filter > SamplerFilter::Linear || description.addressMode > SamplerAddress::Clamp)
-        return s.Error("CreateSampler: unknown filter " + std::to_string(description.filter) + " or address mode " +
-                       std::to_string(description.addressMode)),
+        return s.Error("CreateSampler: unknown filter " + std::to_string(static_cast<std::uint32_t>(description.filter)) +
+                       " or address mode " + std::to_string(static_cast<std::uint32_t>(description.addressMode))),
                SamplerId{};
     GLuint name = 0;
     glCreateSamplers(1, &name);

@@ -97,11 +97,9 @@ public:
     void EndQuery(QueryId query) override;
     void RecordQuery(QueryId query) override;
     std::uint64_t GetQueryResult(QueryId query) override;
-
-    // Indexed draw of 32-bit indices from an index buffer (BufferUsage::Index)
-    // with the bound pipeline.
     void DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId indexBuffer, std::uint32_t indexCount,
-                     std::uint32_t firstIndex);
+                     std::uint32_t firstIndex) override;
+
     // Waits until the device has executed everything issued so far.
     void Finish();
 
