@@ -373,6 +373,60 @@ TEST_F(GlDeviceTest, IndexedDrawsFeedAttributesBySemanticFromSeveralSlots)
     EXPECT_EQ(Device().LiveResourceCount(), 0u);
 }
 
+// One constant buffer declared by both stages is one block of the program:
+// the vertex stage moves the triangle by its offset, the fragment stage
+// writes its colour, and both read the same bytes.
+TEST_F(GlDeviceTest, BothStagesReadOneConstantBuffer)
+{
+    ImageId const target = Device().CreateImage({{4, 2, 0}, Format::R32G32B32A32F, 1, 1,
+                                                 ImageUsage::RenderTarget | ImageUsage::HostRead});
+    RtvId const view = Device().CreateRenderTargetView(target, {});
+    std::string const block = "CBUFFER(parameters, 3) { float4 offset; float4 colour; };\n";
+    ShaderDescription program;
+    program.vertex = block + "void main()\n{\n"
+                             "    float x = float($VertexId$ / uint(2)) * 4.0 - 1.0;\n"
+                             "    float y = float($VertexId$ % uint(2)) * 4.0 - 1.0;\n"
+                             "    $Position$ = float4(x, y, 0.0, 1.0) + offset;\n}\n";
+    program.fragment = block + "[out float4 result : 0]\nvoid main() { $result$ = colour; }\n";
+    ShaderId const shader = Device().CreateShader(program);
+    ASSERT_TRUE(shader.IsValid()) << ::testing::PrintToString(TakeMessages());
+    PipelineStateDescription description;
+    description.shader = shader;
+    description.renderTargetFormats[0] = Format::R32G32B32A32F;
+    PsoId const pipeline = Device().CreatePipelineState(description);
+
+    // The offset moves the full-screen triangle right by one clip-space unit:
+    // the left half of the target stays clear.
+    float const constants[8] = {1.0f, 0.0f, 0.0f, 0.0f, 0.25f, 0.5f, 0.75f, 1.0f};
+    BufferId const buffer = Device().CreateBuffer({sizeof constants, BufferUsage::Constant}, constants);
+    BindingState bindings;
+    bindings.constantBuffers[3] = {buffer, ShaderStage::Vertex | ShaderStage::Fragment};
+    bindings.renderTargets[0] = view;
+    Device().BindPipelineState(pipeline, bindings);
+    Device().Draw({}, 3, 0);
+
+    MappedImage const pixels = Device().MapImage(target, {}, MapMode::Read);
+    ASSERT_NE(pixels.data, nullptr);
+    std::vector<float> const got(static_cast<float*>(pixels.data), static_cast<float*>(pixels.data) + 4 * 2 * 4);
+    Device().UnmapImage(target, {});
+    std::vector<float> expected;
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 4; ++x) {
+            if (x < 2)
+                expected.insert(expected.end(), {0.0f, 0.0f, 0.0f, 0.0f});
+            else
+                expected.insert(expected.end(), {0.25f, 0.5f, 0.75f, 1.0f});
+        }
+    EXPECT_EQ(got, expected);
+
+    Device().DestroyBuffer(buffer);
+    Device().DestroyPipelineState(pipeline);
+    Device().DestroyShader(shader);
+    Device().DestroyRenderTargetView(view);
+    Device().DestroyImage(target);
+    EXPECT_EQ(Device().Problems(), "");
+}
+
 TEST_F(GlDeviceTest, DrawingWithoutAUsablePipelineIsReportedNotCrashed)
 {
     Device().Draw({}, 3, 0);
