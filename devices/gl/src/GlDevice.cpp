@@ -176,6 +176,8 @@ GlDevice::~GlDevice()
     state_->shaderResourceViews.Clear();
     state_->images.Clear();
     state_->buffers.Clear();
+    state_->staging.Clear();
+    state_->textureBin.Clear();
     state_->readFramebuffer.Reset();
     state_->drawFramebuffer.Reset();
     state_->targetFramebuffer.Reset();
