@@ -44,6 +44,60 @@ TEST(GlDeviceCreation, WithoutAnEglDriverTheErrorSaysWhy)
         ::testing::ExitedWithCode(3), "no EGL display for a headless GL context");
 }
 
+// Each listed EGL device opens by its index, through the option or the
+// environment; an index past the list or a malformed one is refused with
+// the list of devices there are.
+TEST(GlDeviceCreation, ListedDevicesOpenByIndexAndOthersAreRefusedWithTheList)
+{
+    std::vector<EglDeviceInfo> const devices = ListEglDevices();
+    if (devices.empty())
+        GTEST_SKIP() << "EGL enumerates no devices here";
+    for (EglDeviceInfo const& listed : devices) {
+        SCOPED_TRACE(listed.name);
+        GlDeviceOptions options;
+        options.eglDevice = listed.index;
+        try {
+            GlDevice device(options);
+            EXPECT_EQ(device.Info().eglDevice, listed.index);
+            EXPECT_EQ(device.Info().platform, "device " + std::to_string(listed.index));
+        } catch (GlDeviceError const& error) {
+            // A device may lack desktop GL 4.5; the reason must say which device.
+            EXPECT_THAT(error.what(), HasSubstr("EGL device " + std::to_string(listed.index)));
+        }
+    }
+
+    auto const refusal = [](GlDeviceOptions const& options) {
+        try {
+            GlDevice device(options);
+        } catch (GlDeviceError const& error) {
+            return std::string(error.what());
+        }
+        return std::string("no error");
+    };
+    GlDeviceOptions missing;
+    missing.eglDevice = static_cast<int>(devices.size());
+    std::string const message = refusal(missing);
+    EXPECT_THAT(message, HasSubstr("EGL device " + std::to_string(devices.size()) + " does not exist"));
+    EXPECT_THAT(message, HasSubstr("0 (" + devices[0].name));
+
+    char const* saved = std::getenv("ZGU_EGL_DEVICE");
+    std::string const previous = saved != nullptr ? saved : "";
+    setenv("ZGU_EGL_DEVICE", "first", 1);
+    EXPECT_THAT(refusal({}), HasSubstr("ZGU_EGL_DEVICE='first' is not a device index"));
+    setenv("ZGU_EGL_DEVICE", std::to_string(devices.size()).c_str(), 1);
+    EXPECT_THAT(refusal({}), HasSubstr("does not exist"));
+    setenv("ZGU_EGL_DEVICE", "0", 1);
+    try {
+        EXPECT_EQ(GlDevice().Info().eglDevice, 0);
+    } catch (GlDeviceError const& error) {
+        EXPECT_THAT(error.what(), HasSubstr("EGL device 0"));
+    }
+    if (saved != nullptr)
+        setenv("ZGU_EGL_DEVICE", previous.c_str(), 1);
+    else
+        unsetenv("ZGU_EGL_DEVICE");
+}
+
 TEST_F(GlDeviceTest, DescribesTheContext)
 {
     GlDeviceInfo const& info = Device().Info();

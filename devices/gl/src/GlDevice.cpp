@@ -98,7 +98,7 @@ Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept
     return size;
 }
 
-DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(deviceOptions)), context(options.debugOutput)
+DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(deviceOptions)), context(options.debugOutput, options.eglDevice)
 {
     if (options.debugOutput && (GlInteger(GL_CONTEXT_FLAGS) & GL_CONTEXT_FLAG_DEBUG_BIT) != 0) {
         glEnable(GL_DEBUG_OUTPUT);
@@ -108,6 +108,7 @@ DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(device
         debugOutput = true;
     }
     info.platform = context.Platform();
+    info.eglDevice = context.EglDevice();
     info.vendor = GlString(GL_VENDOR);
     info.renderer = GlString(GL_RENDERER);
     info.version = GlString(GL_VERSION);
