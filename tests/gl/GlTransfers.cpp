@@ -89,7 +89,15 @@ TEST_F(GlTransfersTest, EveryReaderSeesTheLastWriter)
     gpu.CopyImage(image, {}, readBack, {});
     EXPECT_EQ(Read(gpu, readBack, 64), Floats(first));
 
-    for (ImageId id : {readBack, texture, image})
+    // A write-only upload image keeps what it holds too, once written.
+    ImageId const upload = gpu.CreateImage({{4, 4, 0}, Format::R32F, 1, 1, UploadFlags});
+    Write(gpu, upload, Floats(first));
+    Write(gpu, upload, Floats({-1.0f}), 4 * 15);
+    first[15] = -1.0f;
+    gpu.CopyImage(upload, {}, readBack, {});
+    EXPECT_EQ(Read(gpu, readBack, 64), Floats(first));
+
+    for (ImageId id : {upload, readBack, texture, image})
         gpu.DestroyImage(id);
     EXPECT_EQ(gpu.Problems(), "");
 }

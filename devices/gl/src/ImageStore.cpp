@@ -184,7 +184,7 @@ void TextureWritten(DeviceCore& s, ImageRecord& record, SubImage const& where)
     ReleaseHost(s, state);
 }
 
-std::byte* PrepareHost(DeviceCore& s, ImageRecord& record, SubImage const& where)
+std::byte* PrepareHost(DeviceCore& s, ImageRecord& record, SubImage const& where, bool overwrite)
 {
     SubImageState& state = StateOf(record, where);
     std::size_t const bytes = SubImageBytes(record, where);
@@ -192,8 +192,10 @@ std::byte* PrepareHost(DeviceCore& s, ImageRecord& record, SubImage const& where
         if (!HostBuffer(s, state, bytes))
             return nullptr;
         if (state.zero) {
+            // Zeroing costs half a copy of the level, for bytes an upload overwrites anyway.
             state.host.WaitForGpu();
-            std::memset(state.host.Data(), 0, bytes);
+            if (!overwrite)
+                std::memset(state.host.Data(), 0, bytes);
             state.zero = false;
             state.textureCurrent = false;
         } else {

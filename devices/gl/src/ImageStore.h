@@ -31,8 +31,10 @@ void TextureWritten(DeviceCore& s, ImageRecord& record, SubImage const& where);
 
 // The sub-image's content in staging memory, tightly packed in the host's
 // layout, with every GPU command on it done; null when no staging memory
-// can be mapped.
-std::byte* PrepareHost(DeviceCore& s, ImageRecord& record, SubImage const& where);
+// can be mapped. With `overwrite`, a sub-image nothing has written yet is
+// handed out as the memory stands instead of zeroed: for write maps of
+// images the host cannot read, which are written, not read.
+std::byte* PrepareHost(DeviceCore& s, ImageRecord& record, SubImage const& where, bool overwrite = false);
 // After the host wrote the staging memory of a mapped sub-image.
 void HostWritten(ImageRecord& record, SubImage const& where) noexcept;
 

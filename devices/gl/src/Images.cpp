@@ -150,8 +150,10 @@ MappedImage GlDevice::MapImage(ImageId image, SubImage const& where, std::uint32
     std::size_t const rowPitch = std::size_t{extent.width} * record->format->pixelBytes;
     if (SubImageBytes(*record, where) > 0x7FFFFFFFu)
         return s.Error(name + ": the level is too large to map"), MappedImage{};
-    // Write maps hand out the content too, so that what the caller leaves alone stays.
-    std::byte* data = PrepareHost(s, *record, where);
+    // Write maps hand out the content too, so that what the caller leaves alone
+    // stays; on a write-only image that nothing has written, there is none yet.
+    bool const writeOnly = mode == MapMode::Write && (description.flags & ImageUsage::HostRead) == 0;
+    std::byte* data = PrepareHost(s, *record, where, writeOnly);
     s.CheckGlErrors("MapImage");
     if (data == nullptr)
         return s.Error(name + ": no staging memory could be mapped"), MappedImage{};
