@@ -228,7 +228,8 @@ bool CopyAroundTextures(DeviceCore& s, ImageRecord& from, SubImage const& source
         destination.textureCurrent = false;
         return true;
     }
-    if (!SameInternalFormat(from, to) || destination.mapped)
+    // Multisampled textures cannot be packed or unpacked.
+    if (!SameInternalFormat(from, to) || destination.mapped || from.description.sampleCount > 1)
         return false;
     std::size_t const bytes = SubImageBytes(to, destinationWhere);
     // Staging-only destinations (read-back images) take the pixels at host.
