@@ -93,14 +93,16 @@ protected:
 
     fs::path Path(std::string const& name) const { return dir_ / name; }
 
-    Result Run(std::string const& arguments) const
+    // `variables` are extra environment assignments for the command, e.g. "NAME=value".
+    Result Run(std::string const& arguments, std::string const& variables = "") const
     {
         // Mesa's driver leaks a few small blocks and is unloaded before
         // LeakSanitizer reports, so they cannot be suppressed by module; the
         // commands that open the device check its resource count instead.
         bool const opensDevice = arguments.rfind("mesh", 0) != 0;
         std::string const environment =
-            opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "";
+            (opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "") +
+            (variables.empty() ? "" : variables + " ");
         std::string const command = "cd '" + dir_.string() + "' && " + environment + "'" ZGU_EXECUTABLE "' " +
                                     arguments + " >stdout.txt 2>stderr.txt";
         int const status = std::system(command.c_str());
@@ -259,6 +261,7 @@ TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
         {"image broken.png", 1, "broken.png"},
         {"image broken.png --format bgr8", 2, "--format"},
         {"demo --size 12xab", 2, "--size"},
+        {"demo --device -1", 2, "--device"},
     };
     for (Case const& c : cases) {
         Result const result = Run(c.arguments);
@@ -310,6 +313,13 @@ TEST_F(ZguTest, DemoWritesPicturesAndReport)
     EXPECT_GT(render["coverage"].get<double>(), 0.05);
     EXPECT_LT(render["coverage"].get<double>(), 0.95);
     EXPECT_GE(render["gpu_ms_per_frame"].get<double>(), 0.0);
+    // The phases after the frames are timed apiece and add up to the total.
+    double phases = 0.0;
+    for (char const* phase : {"resolve_ms", "copy_ms", "readback_ms", "read_as_doubles_ms"}) {
+        EXPECT_GT(render[phase].get<double>(), 0.0) << phase;
+        phases += render[phase].get<double>();
+    }
+    EXPECT_NEAR(phases, render["resolve_copy_readback_ms"].get<double>(), 1e-6);
 
     Png const frame = LoadPng(Path("out/frame.png"));
     ASSERT_EQ(frame.width, 96);
@@ -359,7 +369,7 @@ TEST_F(ZguTest, ImageWritesEveryMipLevelWithLevelZeroExact)
     }
 }
 
-TEST_F(ZguTest, InfoListsTheFormatCatalogue)
+TEST_F(ZguTest, InfoListsTheFormatCatalogueAndTheEglDevices)
 {
     Result const result = Run("info");
     EXPECT_NE(result.out.find("R32G32B32A32F"), std::string::npos);
@@ -368,6 +378,33 @@ TEST_F(ZguTest, InfoListsTheFormatCatalogue)
         GTEST_SKIP() << "no EGL display here: " << result.err;
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.out.find("renderer"), std::string::npos);
+    // Either a table of devices or the reason there is none, and what is in use.
+    bool const listed = result.out.find("EGL device") != std::string::npos;
+    EXPECT_TRUE(listed || result.out.find("EGL enumerates no devices") != std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("in use"), std::string::npos) << result.out;
+    if (!listed)
+        return;
+    // Device 0 exists wherever the table has a row: asked for by number, it is the one in use.
+    Result const chosen = Run("info --device 0");
+    ASSERT_EQ(chosen.exitCode, 0) << chosen.err;
+    EXPECT_NE(chosen.out.find("device 0"), std::string::npos) << chosen.out;
+}
+
+// A device that does not exist, by option or by environment, fails the
+// command with the list of those that do.
+TEST_F(ZguTest, ChoosingAMissingEglDeviceNamesTheDevicesThereAre)
+{
+    for (auto const& [arguments, variables] : {std::pair<std::string, std::string>{"--device 99 demo", ""},
+                                               {"demo --device 99", ""},
+                                               {"demo", "ZGU_EGL_DEVICE=99"}}) {
+        Result const result = Run(arguments + " --out out --frames 1", variables);
+        EXPECT_EQ(result.exitCode, 1) << arguments << " " << variables << "\n" << result.err;
+        EXPECT_NE(result.err.find("EGL device 99 does not exist"), std::string::npos) << result.err;
+        EXPECT_FALSE(fs::exists(Path("out/report.json")));
+    }
+    Result const malformed = Run("demo --out out --frames 1", "ZGU_EGL_DEVICE=first");
+    EXPECT_EQ(malformed.exitCode, 1) << malformed.err;
+    EXPECT_NE(malformed.err.find("ZGU_EGL_DEVICE='first' is not a device index"), std::string::npos) << malformed.err;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Draws with the bound pipeline state.
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
 
 namespace Zorvan::Rendering::Gl {
 
@@ -36,6 +37,7 @@ PipelineRecord* PrepareDraw(DeviceCore& s, VertexBufferBindings const& vertexBuf
                                   static_cast<GLsizei>(pipeline->strides[slot]));
     }
     glBindVertexArray(pipeline->vertexArray.Get());
+    PrepareDrawTextures(s);
     return pipeline;
 }
 
@@ -50,6 +52,7 @@ void GlDevice::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t ver
         return;
     glDrawArrays(Topologies[static_cast<std::size_t>(pipeline->description.topology)], static_cast<GLint>(firstVertex),
                  static_cast<GLsizei>(vertexCount));
+    DrawTexturesWritten(s);
     s.CheckGlErrors("Draw");
 }
 
@@ -72,6 +75,7 @@ void GlDevice::DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId i
     glVertexArrayElementBuffer(pipeline->vertexArray.Get(), indices->name.Get());
     glDrawElements(Topologies[static_cast<std::size_t>(pipeline->description.topology)], static_cast<GLsizei>(indexCount), GL_UNSIGNED_INT,
                    reinterpret_cast<void const*>(std::uintptr_t{firstIndex} * 4));
+    DrawTexturesWritten(s);
     s.CheckGlErrors("DrawIndexed");
 }
 

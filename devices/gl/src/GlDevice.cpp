@@ -103,7 +103,7 @@ Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept
     return size;
 }
 
-DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(deviceOptions)), context(options.debugOutput)
+DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(deviceOptions)), context(options.debugOutput, options.eglDevice)
 {
     if (options.debugOutput && (GlInteger(GL_CONTEXT_FLAGS) & GL_CONTEXT_FLAG_DEBUG_BIT) != 0) {
         glEnable(GL_DEBUG_OUTPUT);
@@ -113,6 +113,7 @@ DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(device
         debugOutput = true;
     }
     info.platform = context.Platform();
+    info.eglDevice = context.EglDevice();
     info.vendor = GlString(GL_VENDOR);
     info.renderer = GlString(GL_RENDERER);
     info.version = GlString(GL_VERSION);
@@ -191,6 +192,8 @@ GlDevice::~GlDevice()
     state_->shaderResourceViews.Clear();
     state_->images.Clear();
     state_->buffers.Clear();
+    state_->staging.Clear();
+    state_->textureBin.Clear();
     state_->readFramebuffer.Reset();
     state_->drawFramebuffer.Reset();
     state_->targetFramebuffer.Reset();

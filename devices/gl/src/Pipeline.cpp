@@ -2,6 +2,7 @@
 // fixed-function state) and binding them with their resources and targets.
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
 #include "ShaderTranslator.h"
 
 #include <Rendering/Vertex.h>
@@ -139,6 +140,8 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
     s.MakeCurrent();
     s.boundPipeline = PsoId{};
     s.targetsComplete = false;
+    s.boundReads.clear();
+    s.boundTargets.clear();
     auto* record = s.Find(s.pipelines, pipeline, "BindPipelineState", "pipeline state");
     if (record == nullptr)
         return;
@@ -167,6 +170,7 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
                 return;
             view = srv->name.Get();
             viewTargets[slot] = srv->target;
+            NoteBoundView(s, *srv);
         }
         if (texture.sampler.IsValid()) {
             auto* samplerRecord = s.Find(s.samplers, texture.sampler, "BindPipelineState", "sampler");
@@ -229,6 +233,7 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
             glNamedFramebufferTexture(framebuffer, point, view->texture, level);
         if (!viewport)
             viewport = view->info.size;
+        NoteBoundTarget(s, *view);
         return &format;
     };
     for (std::size_t slot = 0; slot < bindings.renderTargets.size(); ++slot) {
