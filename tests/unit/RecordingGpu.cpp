@@ -79,28 +79,74 @@ INSTANTIATE_TEST_SUITE_P(Pitches, RecordingGpuPitch,
                          ::testing::Values(std::pair{0u, false}, std::pair{5u, false}, std::pair{0u, true},
                                            std::pair{7u, true}));
 
-TEST(RecordingGpu, MultisampledMapsWriteEverySampleAndReadSampleZero)
+// Multisampled images are resolved, never mapped; a write map of an image
+// the host cannot read hands out the conspicuous pattern, not the content.
+TEST(RecordingGpu, MapsNeverShowMultisampledOrWriteOnlyContent)
 {
     RecordingGpu gpu;
-    ImageId const image = gpu.CreateImage(Desc({2, 1, 0}, HostRW, Format::R8, 4));
-    MappedImage const w = gpu.MapImage(image, {}, MapMode::Write);
-    std::memcpy(w.data, "\x07\x09", 2);
-    gpu.UnmapImage(image, {});
-    EXPECT_EQ(gpu.ReadImage(image, {}, 3), gpu.ReadImage(image, {}, 0));
+    ImageId const msaa = gpu.CreateImage(Desc({2, 1, 0}, HostRW, Format::R8, 4));
+    EXPECT_EQ(gpu.MapImage(msaa, {}, MapMode::Read).data, nullptr);
+    gpu.UnmapImage(msaa, {});
+    ASSERT_EQ(gpu.Errors().size(), 1u);
+    EXPECT_THAT(gpu.Errors()[0], HasSubstr("has 4 samples; resolve it"));
+    EXPECT_EQ(gpu.OpenMaps(), 0u);
 
-    gpu.WriteImage(image, {}, Ramp(2, 50), 1);
-    gpu.WriteImage(image, {}, Ramp(2, 20), 0);
-    MappedImage const r = gpu.MapImage(image, {}, MapMode::Read);
-    EXPECT_EQ(static_cast<std::byte const*>(r.data)[1], std::byte{21});
-    gpu.UnmapImage(image, {});
-    EXPECT_EQ(gpu.ReadImage(image, {}, 1), Ramp(2, 50));
-    gpu.DestroyImage(image);
+    ImageId const writeOnly = gpu.CreateImage(Desc({2, 1, 0}, ImageUsage::HostWrite, Format::R8));
+    ImageId const readWrite = gpu.CreateImage(Desc({2, 1, 0}, HostRW, Format::R8));
+    for (ImageId image : {writeOnly, readWrite}) {
+        gpu.WriteImage(image, {}, Ramp(2, 7));
+        MappedImage const w = gpu.MapImage(image, {}, MapMode::Write);
+        ASSERT_NE(w.data, nullptr);
+        std::byte const first = static_cast<std::byte const*>(w.data)[0];
+        EXPECT_EQ(first, image == writeOnly ? std::byte{0xCD} : std::byte{7});
+        static_cast<std::byte*>(w.data)[1] = std::byte{42};
+        gpu.UnmapImage(image, {});
+        EXPECT_EQ(gpu.ReadImage(image)[1], std::byte{42});
+        gpu.DestroyImage(image);
+    }
+    gpu.DestroyImage(msaa);
+    gpu.ResetAccounting();
     EXPECT_EQ(gpu.Problems(), "");
+}
+
+TEST(RecordingGpu, CreateImageRefusesWhatNoDeviceMakes)
+{
+    RecordingGpu gpu;
+    std::vector<std::pair<ImageDesc, char const*>> const refused{
+        {Desc({0, 0, 0}, HostRW), "an empty extent"},
+        {Desc({0, 4, 0}, HostRW), "not a 1D, 2D or 3D extent"},
+        {Desc({4, 0, 4}, HostRW), "not a 1D, 2D or 3D extent"},
+        {Desc({4, 4, 0}, HostRW, Format::None), "no pixel format"},
+        {Desc({4, 4, 0}, HostRW, static_cast<Format>(FormatCount)), "no pixel format"},
+        {Desc({4, 4, 0}, HostRW, Format::R8, 0), "sample count 0"},
+        {Desc({4, 2, 0}, ImageUsage::CubeMap), "square, single-sampled faces"},
+        {Desc({4, 4, 2}, HostRW, Format::R8, 4), "only 2D images can be multisampled"},
+        {Desc({4, 4, 0}, HostRW, Format::R8, 4, 2), "one mip level"},
+        {Desc({4, 4, 0}, HostRW, Format::R8, 1, 4), "4 mip levels, the chain has 3"},
+    };
+    for (auto const& [description, why] : refused) {
+        gpu.ResetAccounting();
+        EXPECT_FALSE(gpu.CreateImage(description).IsValid()) << why;
+        ASSERT_EQ(gpu.Errors().size(), 1u) << why;
+        EXPECT_THAT(gpu.Errors()[0], HasSubstr(why));
+    }
+    EXPECT_EQ(gpu.LiveCount(), 0u);
+
+    // A multisampled image asked for the full chain has its one level.
+    ImageId const msaa = gpu.CreateImage(Desc({4, 4, 0}, ImageUsage::RenderTarget, Format::R8, 4, 0));
+    EXPECT_EQ(gpu.Description(msaa).mipLevels, 1u);
+    gpu.DestroyImage(msaa);
 }
 
 TEST(RecordingGpu, BuffersKeepInitialDataAndOnlyWriteMapsStore)
 {
     RecordingGpu gpu;
+    // Any buffer may be mapped for reading; only dynamic ones for writing.
+    BufferId const vertices = gpu.CreateBuffer({4, BufferUsage::Vertex}, nullptr);
+    EXPECT_NE(gpu.MapBuffer(vertices, MapMode::Read), nullptr);
+    gpu.UnmapBuffer(vertices);
+    gpu.DestroyBuffer(vertices);
+
     auto const initial = Ramp(8);
     BufferId const buffer = gpu.CreateBuffer({8, BufferUsage::Vertex | BufferUsage::Dynamic}, initial.data());
     EXPECT_EQ(gpu.BufferBytes(buffer), initial);
@@ -280,10 +326,16 @@ TEST(RecordingGpu, ResolveTakesSampleZeroAndChecksItsRules)
 TEST(RecordingGpu, RenderTargetViewInfoDescribesTheViewedLevel)
 {
     RecordingGpu gpu;
-    ImageId const image = gpu.CreateImage(Desc({8, 6, 0}, ImageUsage::RenderTarget, Format::R32F, 2, 3));
+    ImageId const image = gpu.CreateImage(Desc({8, 6, 0}, ImageUsage::RenderTarget, Format::R32F, 1, 3));
     RtvId const view = gpu.CreateRenderTargetView(image, {.mipLevel = 2});
     EXPECT_EQ(gpu.GetRenderTargetViewDescription(view),
-              (RenderTargetViewInfo{Format::R32F, 2, {2, 1, 0}, image, {.mipLevel = 2}}));
+              (RenderTargetViewInfo{Format::R32F, 1, {2, 1, 0}, image, {.mipLevel = 2}}));
+    ImageId const msaa = gpu.CreateImage(Desc({8, 6, 0}, ImageUsage::RenderTarget, Format::R32F, 2));
+    RtvId const msaaView = gpu.CreateRenderTargetView(msaa, {});
+    EXPECT_EQ(gpu.GetRenderTargetViewDescription(msaaView),
+              (RenderTargetViewInfo{Format::R32F, 2, {8, 6, 0}, msaa, {}}));
+    gpu.DestroyRenderTargetView(msaaView);
+    gpu.DestroyImage(msaa);
     EXPECT_FALSE(gpu.CreateRenderTargetView(image, {.mipLevel = 3}).IsValid());
     EXPECT_FALSE(gpu.CreateShaderResourceView(image, {.firstMipLevel = 1, .mipLevelCount = 3}).IsValid());
     EXPECT_EQ(gpu.Errors().size(), 2u);

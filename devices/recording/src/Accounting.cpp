@@ -110,16 +110,16 @@ std::string PackedHandleText(std::uint32_t handle)
            std::to_string(handle >> SlotBits) + ")";
 }
 
-std::string Hex(std::uint32_t value)
-{
-    std::ostringstream out;
-    out << "0x" << std::hex << value;
-    return out.str();
-}
-
 void DeviceState::Error(Op op, std::string const& message)
 {
     errors.push_back(std::string(ToString(op)) + ": " + message);
+}
+
+bool DeviceState::Refuse(Op op, Checks::Findings const& found)
+{
+    for (Checks::Finding const& finding : found)
+        Error(op, finding.message);
+    return !found.empty();
 }
 
 Slot* DeviceState::Lookup(Op op, std::uint64_t handle, ResourceKind kind)
@@ -128,21 +128,21 @@ Slot* DeviceState::Lookup(Op op, std::uint64_t handle, ResourceKind kind)
     auto const generation = static_cast<std::uint32_t>(handle >> 32);
     std::string const who = HandleText(kind, handle);
     if (static_cast<std::uint32_t>(handle) == ~std::uint32_t{0}) {
-        Error(op, who);
+        Error(op, Checks::HandleMessage(Rule::InvalidHandle, who));
         return nullptr;
     }
     if (index >= slots.size()) {
-        Error(op, who + ": unknown handle, never created");
+        Error(op, Checks::HandleMessage(Rule::UnknownHandle, who));
         return nullptr;
     }
     Slot& slot = slots[index];
     if (generation < slot.generation) {
-        Error(op, who + (IsDestroy(op) ? ": already destroyed (double destroy)" : ": stale handle, already destroyed"));
+        Error(op, Checks::HandleMessage(IsDestroy(op) ? Rule::DoubleDestroy : Rule::StaleHandle, who));
         return nullptr;
     }
     auto const liveKind = static_cast<ResourceKind>(slot.resource.index());
     if (generation > slot.generation || !slot.live || handle != MakeHandle(index, generation, liveKind)) {
-        Error(op, who + ": unknown handle, never created");
+        Error(op, Checks::HandleMessage(Rule::UnknownHandle, who));
         return nullptr;
     }
     if (liveKind != kind) {

@@ -46,8 +46,9 @@ void RecordingGpu::DestroyBuffer(BufferId buffer) noexcept
     auto const* b = s.EnterOn<BufferResource>(Op::DestroyBuffer, buffer.Value());
     if (b == nullptr)
         return;
-    if (b->map)
-        s.Error(Op::DestroyBuffer, Recording::HandleText(ResourceKind::Buffer, buffer.Value()) + ": destroyed while mapped");
+    Checks::Findings found;
+    Checks::DestroyBuffer(Recording::HandleText(ResourceKind::Buffer, buffer.Value()), b->map.has_value(), found);
+    s.Refuse(Op::DestroyBuffer, found);
     s.Remove(buffer.Value());
 }
 
@@ -59,28 +60,18 @@ void* RecordingGpu::MapBuffer(BufferId buffer, std::uint32_t mode)
     auto* b = s.Find<BufferResource>(Op::MapBuffer, buffer.Value());
     if (b == nullptr)
         return nullptr;
-    std::string const who = Recording::HandleText(ResourceKind::Buffer, buffer.Value());
-    if (b->map) {
-        s.Error(Op::MapBuffer, who + ": already mapped");
+    Checks::Findings found;
+    Checks::MapBuffer(Recording::HandleText(ResourceKind::Buffer, buffer.Value()), b->description, mode,
+                      b->map.has_value(), found);
+    if (!found.empty() && found[0].rule == Rule::MapTwice) {
+        s.Refuse(Op::MapBuffer, found);
         return nullptr;
     }
     Recording::MapState map;
     map.mode = mode;
-    if (fault == FaultKind::NullMap) {
-        map.failed = true;
-        b->map = std::move(map);
-        return nullptr;
-    }
-    if (mode != MapMode::Read && mode != MapMode::Write) {
-        s.Error(Op::MapBuffer, who + ": unknown map mode " + std::to_string(mode));
-        map.failed = true;
-    } else if ((b->description.flags & BufferUsage::Dynamic) == 0) {
-        s.Error(Op::MapBuffer, who + ": mapped without the dynamic flag 0x20 (flags " +
-                                   Recording::Hex(b->description.flags) + ")");
-        map.failed = true;
-    }
-    if (map.failed) {
+    if (s.Refuse(Op::MapBuffer, found) || fault == FaultKind::NullMap) {
         // The unmap that must follow a failed map is still accepted.
+        map.failed = true;
         b->map = std::move(map);
         return nullptr;
     }
@@ -99,10 +90,10 @@ void RecordingGpu::UnmapBuffer(BufferId buffer) noexcept
     auto* b = s.EnterOn<BufferResource>(Op::UnmapBuffer, buffer.Value());
     if (b == nullptr)
         return;
-    if (!b->map) {
-        s.Error(Op::UnmapBuffer, Recording::HandleText(ResourceKind::Buffer, buffer.Value()) + ": not mapped");
+    Checks::Findings found;
+    Checks::UnmapBuffer(Recording::HandleText(ResourceKind::Buffer, buffer.Value()), b->map.has_value(), found);
+    if (s.Refuse(Op::UnmapBuffer, found))
         return;
-    }
     if (!b->map->failed && b->map->mode == MapMode::Write) {
         std::copy_n(b->map->staging.begin(), b->bytes.size(), b->bytes.begin());
         s.Current().written = b->bytes;

@@ -3,6 +3,8 @@
 // Private state of RecordingGpu, shared by its source files. The state lives in
 // a namespace-level struct so that file-local helpers can take it by reference.
 
+#include "ContractChecks.h"
+
 #include <Rendering/Testing/RecordingGpu.h>
 
 #include <array>
@@ -61,6 +63,8 @@ struct ImageResource {
     {
         return where.mipLevel < levels && where.arraySlice < slices;
     }
+    Checks::ImageFacts Facts() const { return {description, levels, slices, samples}; }
+    std::vector<SubImage> MappedSubImages() const;
     Extent LevelExtent(std::uint32_t level) const noexcept;
     std::vector<std::byte>& Bytes(SubImage const& where, std::uint32_t sample)
     {
@@ -153,7 +157,7 @@ constexpr std::uint64_t MakeHandle(std::uint32_t index, std::uint32_t generation
 
 std::string HandleText(ResourceKind kind, std::uint64_t handle);
 std::string PackedHandleText(std::uint32_t handle);
-std::string Hex(std::uint32_t value);
+using Checks::Hex;
 bool IsCreate(Op op) noexcept;
 
 struct DeviceState {
@@ -187,6 +191,8 @@ struct DeviceState {
     Call& Current() noexcept { return log.back(); }
 
     void Error(Op op, std::string const& message);
+    // Records what the checks found; true when they found anything.
+    bool Refuse(Op op, Checks::Findings const& found);
 
     // The live resource a handle names, or null after recording why not.
     template <typename R>
@@ -256,9 +262,9 @@ struct DeviceState {
     std::uint64_t NextTimestamp();
 };
 
-// Mip arithmetic kept private so the device does not depend on the image code.
-std::uint32_t FullChainLength(Size const& size) noexcept;
-Size LevelSize(Size const& size, std::uint32_t level) noexcept;
+// Mip arithmetic of the checks, so the device does not depend on the image code it tests.
+using Checks::FullChainLength;
+using Checks::LevelSize;
 
 } // namespace Zorvan::Rendering::Testing::Recording
 

@@ -28,7 +28,8 @@ std::vector<std::string> Items(std::string const& problems)
 }
 
 // An error about the invalid handle itself (all ones in the low 32 bits)
-// handed to anything but a destroy: destroying it is still a caller's fault.
+// handed to anything but a destroy (destroying it is still a caller's
+// fault), or about an image sized from its empty description.
 bool PassesOnInvalidHandle(std::string const& item)
 {
     std::string_view rest(item);
@@ -43,8 +44,11 @@ bool PassesOnInvalidHandle(std::string const& item)
         return false;
     rest.remove_prefix(colon + 2);
     auto const kindEnd = rest.find(' ', std::string_view("invalid ").size());
-    return rest.starts_with("invalid ") && kindEnd != std::string_view::npos &&
-           rest.substr(kindEnd).starts_with(" handle");
+    if (rest.starts_with("invalid ") && kindEnd != std::string_view::npos && rest.substr(kindEnd).starts_with(" handle"))
+        return true;
+    // The description of the invalid image reads as all zero, so a temporary
+    // sized from it has an empty extent, which is refused in turn.
+    return item.starts_with("errors: CreateImage: an image of 0x0x0 ") && item.ends_with(": an empty extent");
 }
 
 struct Run {

@@ -12,7 +12,6 @@ namespace Zorvan::Rendering::Testing {
 
 using Recording::Extent;
 using Recording::HandleText;
-using Recording::Hex;
 using Recording::ImageResource;
 
 namespace {
@@ -20,17 +19,6 @@ namespace {
 // Bytes the padding of a staging copy holds, so that a reader that takes the
 // padding for pixels sees something conspicuous.
 constexpr std::byte PaddingByte{0xCD};
-
-std::string SubText(SubImage const& where)
-{
-    return "mip " + std::to_string(where.mipLevel) + " slice " + std::to_string(where.arraySlice);
-}
-
-std::string Outside(ImageResource const& image, SubImage const& where)
-{
-    return SubText(where) + " lies outside the image's " + std::to_string(image.levels) + " mips and " +
-           std::to_string(image.slices) + " slices";
-}
 
 // Moves rows between the packed storage and a staging layout (pitches may be negative).
 template <bool ToStaging>
@@ -53,6 +41,18 @@ void Transfer(std::vector<std::byte>& packed, Extent const& e, std::size_t rowBy
 
 } // namespace
 
+namespace Recording {
+
+std::vector<SubImage> ImageResource::MappedSubImages() const
+{
+    std::vector<SubImage> open;
+    for (auto const& entry : maps)
+        open.push_back({entry.first.first, entry.first.second});
+    return open;
+}
+
+} // namespace Recording
+
 MappedImage RecordingGpu::MapImage(ImageId image, SubImage const& where, std::uint32_t mode)
 {
     auto& s = *state_;
@@ -62,34 +62,20 @@ MappedImage RecordingGpu::MapImage(ImageId image, SubImage const& where, std::ui
     auto* i = s.Find<ImageResource>(Op::MapImage, image.Value());
     if (i == nullptr)
         return {};
-    std::string const who = HandleText(ResourceKind::Image, image.Value());
-    if (!i->Contains(where)) {
-        s.Error(Op::MapImage, who + ": " + Outside(*i, where));
-        return {};
-    }
     auto const key = std::make_pair(where.mipLevel, where.arraySlice);
-    if (i->maps.contains(key)) {
-        s.Error(Op::MapImage, who + ": " + SubText(where) + " is already mapped");
+    Checks::Findings found;
+    Checks::MapImage(HandleText(ResourceKind::Image, image.Value()), i->Facts(), where, mode, i->maps.contains(key),
+                     found);
+    // A map of a sub-image that does not exist, or one already mapped, is no map at all.
+    bool const noMap = !found.empty() && (found[0].rule == Rule::SubImageOutside || found[0].rule == Rule::MapTwice);
+    bool const refused = s.Refuse(Op::MapImage, found);
+    if (noMap)
         return {};
-    }
     Recording::MapState map;
     map.mode = mode;
-    if (fault == FaultKind::NullMap) {
-        map.failed = true;
-    } else if (mode != MapMode::Read && mode != MapMode::Write) {
-        s.Error(Op::MapImage, who + ": unknown map mode " + std::to_string(mode));
-        map.failed = true;
-    } else {
-        std::uint32_t const needed = mode == MapMode::Read ? ImageUsage::HostRead : ImageUsage::HostWrite;
-        if ((i->description.flags & needed) == 0) {
-            s.Error(Op::MapImage, who + (mode == MapMode::Read ? ": mapped for reading without HostRead 0x8"
-                                                                : ": mapped for writing without HostWrite 0x10") +
-                                      " (flags " + Hex(i->description.flags) + ")");
-            map.failed = true;
-        }
-    }
-    if (map.failed) {
+    if (fault == FaultKind::NullMap || refused) {
         // The unmap that must follow a failed map is still accepted.
+        map.failed = true;
         i->maps.emplace(key, std::move(map));
         return {};
     }
@@ -103,7 +89,10 @@ MappedImage RecordingGpu::MapImage(ImageId image, SubImage const& where, std::ui
     map.slicePitch = static_cast<std::int32_t>(map.rowPitch * static_cast<std::int64_t>(e.rows));
     // Bottom-up: row 0 of slice 0 is the last row in memory.
     map.data = map.staging.data() + (s.negativeRowPitch && total != 0 ? total - static_cast<std::size_t>(pitch) : 0);
-    Transfer<true>(i->Bytes(where, 0), e, rowBytes, map.data, map.rowPitch, map.slicePitch);
+    // A write map of an image the host cannot read hands out unspecified
+    // bytes (the padding pattern), as real devices may: write every byte.
+    if (mode == MapMode::Read || (i->description.flags & ImageUsage::HostRead) != 0)
+        Transfer<true>(i->Bytes(where, 0), e, rowBytes, map.data, map.rowPitch, map.slicePitch);
 
     MappedImage const result{map.data, map.rowPitch, map.slicePitch};
     i->maps.emplace(key, std::move(map));
@@ -119,17 +108,15 @@ void RecordingGpu::UnmapImage(ImageId image, SubImage const& where) noexcept
     if (i == nullptr)
         return;
     auto const it = i->maps.find(std::make_pair(where.mipLevel, where.arraySlice));
-    if (it == i->maps.end()) {
-        s.Error(Op::UnmapImage, HandleText(ResourceKind::Image, image.Value()) + ": " + SubText(where) + " is not mapped");
+    Checks::Findings found;
+    Checks::UnmapImage(HandleText(ResourceKind::Image, image.Value()), where, it != i->maps.end(), found);
+    if (s.Refuse(Op::UnmapImage, found))
         return;
-    }
     auto& map = it->second;
     if (!map.failed && map.mode == MapMode::Write) {
         Extent const e = i->LevelExtent(where.mipLevel);
         std::size_t const rowBytes = std::size_t{i->pixelSize} * e.width;
-        // A write map of a multisampled image writes every sample.
-        for (std::uint32_t k = 0; k < i->samples; ++k)
-            Transfer<false>(i->Bytes(where, k), e, rowBytes, map.data, map.rowPitch, map.slicePitch);
+        Transfer<false>(i->Bytes(where, 0), e, rowBytes, map.data, map.rowPitch, map.slicePitch);
     }
     i->maps.erase(it);
 }
@@ -146,24 +133,9 @@ void RecordingGpu::CopyImage(ImageId source, SubImage const& sourceWhere, ImageI
         return;
     std::string const src = "source " + HandleText(ResourceKind::Image, source.Value());
     std::string const dst = "destination " + HandleText(ResourceKind::Image, destination.Value());
-    std::size_t const errorsBefore = s.errors.size();
-    if (!from->Contains(sourceWhere))
-        s.Error(Op::CopyImage, src + ": " + Outside(*from, sourceWhere));
-    if (!to->Contains(destinationWhere))
-        s.Error(Op::CopyImage, dst + ": " + Outside(*to, destinationWhere));
-    if ((from->description.flags & ImageUsage::CopySource) == 0)
-        s.Error(Op::CopyImage, src + ": lacks CopySource 0x20 (flags " + Hex(from->description.flags) + ")");
-    if ((to->description.flags & ImageUsage::CopyDestination) == 0)
-        s.Error(Op::CopyImage, dst + ": lacks CopyDestination 0x40 (flags " + Hex(to->description.flags) + ")");
-    if (from->pixelSize != to->pixelSize)
-        s.Error(Op::CopyImage, src + " has " + std::to_string(from->pixelSize) + "-byte pixels, " + dst + " has " +
-                                   std::to_string(to->pixelSize) + "-byte pixels");
-    if (from->samples != to->samples)
-        s.Error(Op::CopyImage, src + " has " + std::to_string(from->samples) + " samples, " + dst + " has " +
-                                   std::to_string(to->samples));
-    if (from == to && sourceWhere == destinationWhere)
-        s.Error(Op::CopyImage, src + ": copies " + SubText(sourceWhere) + " onto itself");
-    if (s.errors.size() != errorsBefore)
+    Checks::Findings found;
+    Checks::CopyImage({src, from->Facts(), sourceWhere}, {dst, to->Facts(), destinationWhere}, from == to, found);
+    if (s.Refuse(Op::CopyImage, found))
         return;
 
     Extent const se = from->LevelExtent(sourceWhere.mipLevel);
@@ -202,28 +174,9 @@ void RecordingGpu::ResolveImage(ImageId source, SubImage const& sourceWhere, Ima
         return;
     std::string const src = "source " + HandleText(ResourceKind::Image, source.Value());
     std::string const dst = "destination " + HandleText(ResourceKind::Image, destination.Value());
-    std::size_t const errorsBefore = s.errors.size();
-    bool const inside = from->Contains(sourceWhere) && to->Contains(destinationWhere);
-    if (!from->Contains(sourceWhere))
-        s.Error(Op::ResolveImage, src + ": " + Outside(*from, sourceWhere));
-    if (!to->Contains(destinationWhere))
-        s.Error(Op::ResolveImage, dst + ": " + Outside(*to, destinationWhere));
-    if (from->samples < 2)
-        s.Error(Op::ResolveImage, src + ": is not multisampled");
-    if ((from->description.flags & ImageUsage::Resolvable) == 0)
-        s.Error(Op::ResolveImage, src + ": lacks Resolvable 0x80 (flags " + Hex(from->description.flags) + ")");
-    if (to->samples != 1)
-        s.Error(Op::ResolveImage, dst + ": has " + std::to_string(to->samples) + " samples, not 1");
-    if ((to->description.flags & ImageUsage::ResolveDestination) == 0)
-        s.Error(Op::ResolveImage,
-                dst + ": lacks ResolveDestination 0x100 (flags " + Hex(to->description.flags) + ")");
-    if (from->description.format != to->description.format)
-        s.Error(Op::ResolveImage, src + " is " + Rendering::ToString(from->description.format) + ", " + dst +
-                                      " is " + Rendering::ToString(to->description.format));
-    if (inside && !(from->LevelExtent(sourceWhere.mipLevel) == to->LevelExtent(destinationWhere.mipLevel)))
-        s.Error(Op::ResolveImage, src + " " + SubText(sourceWhere) + " and " + dst + " " +
-                                      SubText(destinationWhere) + " differ in extent");
-    if (s.errors.size() != errorsBefore)
+    Checks::Findings found;
+    Checks::ResolveImage({src, from->Facts(), sourceWhere}, {dst, to->Facts(), destinationWhere}, found);
+    if (s.Refuse(Op::ResolveImage, found))
         return;
     // Each texel takes the value of sample 0.
     to->Bytes(destinationWhere, 0) = from->Bytes(sourceWhere, 0);

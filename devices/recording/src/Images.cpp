@@ -29,19 +29,22 @@ ImageId RecordingGpu::CreateImage(ImageDesc const& description)
     auto& s = *state_;
     if (s.Enter({.op = Op::CreateImage, .payload = description}) == FaultKind::InvalidHandle)
         return ImageId{};
+    Checks::Findings found;
+    Checks::CreateImage(description, found);
+    if (s.Refuse(Op::CreateImage, found))
+        return ImageId{};
 
     ImageResource image;
     image.description = description;
     image.description.flags &= ~s.strippedImageFlags;
-    if (description.mipLevels == 0) {
-        if (s.fullChainFill)
-            image.description.mipLevels = Recording::FullChainLength(description.size);
-        image.levels = std::max(image.description.mipLevels, 1u);
-    } else {
-        image.levels = description.mipLevels;
+    if (description.sampleCount > 1) {
+        image.description.mipLevels = 1;
+    } else if (description.mipLevels == 0 && s.fullChainFill) {
+        image.description.mipLevels = Recording::FullChainLength(description.size);
     }
+    image.levels = std::max(image.description.mipLevels, 1u);
     image.slices = (image.description.flags & ImageUsage::CubeMap) != 0 ? 6 : 1;
-    image.samples = std::max(description.sampleCount, 1u);
+    image.samples = description.sampleCount;
     image.pixelSize = GetSize(description.format);
 
     std::uint64_t total = 0;
@@ -49,7 +52,7 @@ ImageId RecordingGpu::CreateImage(ImageDesc const& description)
         auto const e = image.LevelExtent(level);
         total += std::uint64_t{image.pixelSize} * e.width * e.rows * e.slices * image.slices * image.samples;
     }
-    if (total > MaximumImageBytes || image.levels > 64) {
+    if (total > MaximumImageBytes) {
         s.Error(Op::CreateImage, "an image of " + std::to_string(total) + " bytes in " +
                                      std::to_string(image.levels) + " levels is more than the recording device holds");
         return ImageId{};
@@ -77,9 +80,9 @@ void RecordingGpu::DestroyImage(ImageId image) noexcept
     auto const* i = s.EnterOn<ImageResource>(Op::DestroyImage, image.Value());
     if (i == nullptr)
         return;
-    for (auto const& [where, map] : i->maps)
-        s.Error(Op::DestroyImage, HandleText(ResourceKind::Image, image.Value()) + ": destroyed while " +
-                                      SubText({where.first, where.second}) + " is mapped");
+    Checks::Findings found;
+    Checks::DestroyImage(HandleText(ResourceKind::Image, image.Value()), i->MappedSubImages(), found);
+    s.Refuse(Op::DestroyImage, found);
     s.Remove(image.Value());
 }
 
@@ -92,19 +95,10 @@ SrvId RecordingGpu::CreateShaderResourceView(ImageId image, ShaderResourceViewDe
     auto const* i = s.Find<ImageResource>(Op::CreateShaderResourceView, image.Value());
     if (i == nullptr)
         return SrvId{};
-    auto within = [](std::uint32_t first, std::uint32_t count, std::uint32_t total) {
-        return first < total && (count == 0 || std::uint64_t{first} + count <= total);
-    };
-    if (!within(description.firstMipLevel, description.mipLevelCount, i->levels) ||
-        !within(description.firstArraySlice, description.arraySliceCount, i->slices)) {
-        s.Error(Op::CreateShaderResourceView,
-                HandleText(ResourceKind::Image, image.Value()) + ": view of mips " +
-                    std::to_string(description.firstMipLevel) + "+" + std::to_string(description.mipLevelCount) +
-                    ", slices " + std::to_string(description.firstArraySlice) + "+" +
-                    std::to_string(description.arraySliceCount) + " lies outside the image's " +
-                    std::to_string(i->levels) + " mips and " + std::to_string(i->slices) + " slices");
+    Checks::Findings found;
+    Checks::CreateShaderResourceView(HandleText(ResourceKind::Image, image.Value()), i->Facts(), description, found);
+    if (s.Refuse(Op::CreateShaderResourceView, found))
         return SrvId{};
-    }
     return s.Created<SrvId>(Recording::ViewResource{image, description});
 }
 
@@ -117,16 +111,10 @@ RtvId RecordingGpu::CreateRenderTargetView(ImageId image, RenderTargetViewDescri
     auto const* i = s.Find<ImageResource>(Op::CreateRenderTargetView, image.Value());
     if (i == nullptr)
         return RtvId{};
-    if (description.mipLevel >= i->levels ||
-        std::uint64_t{description.firstArraySlice} + std::max(description.arraySliceCount, 1u) > i->slices) {
-        s.Error(Op::CreateRenderTargetView,
-                HandleText(ResourceKind::Image, image.Value()) + ": view of mip " +
-                    std::to_string(description.mipLevel) + ", slices " +
-                    std::to_string(description.firstArraySlice) + "+" + std::to_string(description.arraySliceCount) +
-                    " lies outside the image's " + std::to_string(i->levels) + " mips and " +
-                    std::to_string(i->slices) + " slices");
+    Checks::Findings found;
+    Checks::CreateRenderTargetView(HandleText(ResourceKind::Image, image.Value()), i->Facts(), description, found);
+    if (s.Refuse(Op::CreateRenderTargetView, found))
         return RtvId{};
-    }
     return s.Created<RtvId>(Recording::TargetResource{image, description});
 }
 
@@ -138,10 +126,10 @@ RenderTargetViewInfo RecordingGpu::GetRenderTargetViewDescription(RtvId view)
         return {};
     auto const* i = s.Peek<ImageResource>(v->image.Value());
     if (i == nullptr) {
-        s.Error(Op::GetRenderTargetViewDescription, HandleText(ResourceKind::RenderTargetView, view.Value()) +
-                                                        ": its image " +
-                                                        HandleText(ResourceKind::Image, v->image.Value()) +
-                                                        " was destroyed");
+        s.Error(Op::GetRenderTargetViewDescription,
+                Checks::HandleMessage(Rule::ViewOfDestroyedImage,
+                                      HandleText(ResourceKind::RenderTargetView, view.Value())) +
+                    " (" + HandleText(ResourceKind::Image, v->image.Value()) + ")");
         return {};
     }
     return {i->description.format, i->description.sampleCount, Recording::LevelSize(i->description.size, v->description.mipLevel),

@@ -87,14 +87,10 @@ void RecordingGpu::DrawIndexed(VertexBufferBindings const& vertexBuffers, Buffer
              .value2 = firstIndex,
              .payload = vertexBuffers});
     if (auto const* indices = s.Find<Recording::BufferResource>(Op::DrawIndexed, indexBuffer.Value())) {
-        std::string const who = Recording::HandleText(ResourceKind::Buffer, indexBuffer.Value());
-        if ((indices->description.flags & BufferUsage::Index) == 0)
-            s.Error(Op::DrawIndexed, who + ": not an index buffer (flags " + Recording::Hex(indices->description.flags) +
-                                         ")");
-        else if ((std::uint64_t{firstIndex} + indexCount) * sizeof(std::uint32_t) > indices->description.size)
-            s.Error(Op::DrawIndexed, who + ": indices " + std::to_string(firstIndex) + " + " +
-                                         std::to_string(indexCount) + " reach past its " +
-                                         std::to_string(indices->description.size) + " bytes");
+        Checks::Findings found;
+        Checks::DrawIndexed(Recording::HandleText(ResourceKind::Buffer, indexBuffer.Value()), indices->description,
+                            indexCount, firstIndex, found);
+        s.Refuse(Op::DrawIndexed, found);
     }
     for (auto const& buffer : vertexBuffers.buffers)
         CheckOptional<Recording::BufferResource>(s, Op::DrawIndexed, buffer);

@@ -7,15 +7,6 @@ namespace Zorvan::Rendering::Testing {
 using Recording::HandleText;
 using Recording::QueryResource;
 
-namespace {
-
-char const* TypeName(QueryType type)
-{
-    return type == QueryType::TimestampFrequency ? "TimestampFrequency" : "Timestamp";
-}
-
-} // namespace
-
 std::uint64_t Recording::DeviceState::NextTimestamp()
 {
     if (!timestamps.empty()) {
@@ -32,10 +23,10 @@ QueryId RecordingGpu::CreateQuery(QueryType type)
     auto& s = *state_;
     if (s.Enter({.op = Op::CreateQuery, .value = static_cast<std::uint32_t>(type)}) == FaultKind::InvalidHandle)
         return QueryId{};
-    if (type != QueryType::Timestamp && type != QueryType::TimestampFrequency) {
-        s.Error(Op::CreateQuery, "unknown query type " + std::to_string(static_cast<std::uint32_t>(type)));
+    Checks::Findings found;
+    Checks::CreateQuery(type, found);
+    if (s.Refuse(Op::CreateQuery, found))
         return QueryId{};
-    }
     return s.Created<QueryId>(QueryResource{.type = type});
 }
 
@@ -45,8 +36,9 @@ void RecordingGpu::DestroyQuery(QueryId query) noexcept
     auto const* q = s.EnterOn<QueryResource>(Op::DestroyQuery, query.Value());
     if (q == nullptr)
         return;
-    if (q->open)
-        s.Error(Op::DestroyQuery, HandleText(ResourceKind::Query, query.Value()) + ": destroyed while begun");
+    Checks::Findings found;
+    Checks::DestroyQuery(HandleText(ResourceKind::Query, query.Value()), q->open, found);
+    s.Refuse(Op::DestroyQuery, found);
     s.Remove(query.Value());
 }
 
@@ -56,12 +48,9 @@ void RecordingGpu::BeginQuery(QueryId query)
     auto* q = s.EnterOn<QueryResource>(Op::BeginQuery, query.Value());
     if (q == nullptr)
         return;
-    std::string const who = HandleText(ResourceKind::Query, query.Value());
-    if (q->type != QueryType::TimestampFrequency)
-        s.Error(Op::BeginQuery, who + ": a " + TypeName(q->type) + " query cannot be begun");
-    else if (q->open)
-        s.Error(Op::BeginQuery, who + ": begun twice without EndQuery");
-    else
+    Checks::Findings found;
+    Checks::BeginQuery(HandleText(ResourceKind::Query, query.Value()), q->type, q->open, found);
+    if (!s.Refuse(Op::BeginQuery, found))
         q->open = true;
 }
 
@@ -71,12 +60,9 @@ void RecordingGpu::EndQuery(QueryId query)
     auto* q = s.EnterOn<QueryResource>(Op::EndQuery, query.Value());
     if (q == nullptr)
         return;
-    std::string const who = HandleText(ResourceKind::Query, query.Value());
-    if (q->type != QueryType::TimestampFrequency) {
-        s.Error(Op::EndQuery, who + ": a " + TypeName(q->type) + " query cannot be ended");
-    } else if (!q->open) {
-        s.Error(Op::EndQuery, who + ": ended without BeginQuery");
-    } else {
+    Checks::Findings found;
+    Checks::EndQuery(HandleText(ResourceKind::Query, query.Value()), q->type, q->open, found);
+    if (!s.Refuse(Op::EndQuery, found)) {
         q->open = false;
         q->endedOnce = true;
     }
@@ -88,11 +74,10 @@ void RecordingGpu::RecordQuery(QueryId query)
     auto* q = s.EnterOn<QueryResource>(Op::RecordQuery, query.Value());
     if (q == nullptr)
         return;
-    if (q->type != QueryType::Timestamp) {
-        s.Error(Op::RecordQuery, HandleText(ResourceKind::Query, query.Value()) + ": a " + TypeName(q->type) +
-                                     " query cannot be recorded");
+    Checks::Findings found;
+    Checks::RecordQuery(HandleText(ResourceKind::Query, query.Value()), q->type, found);
+    if (s.Refuse(Op::RecordQuery, found))
         return;
-    }
     q->timestamp = s.NextTimestamp();
 }
 

@@ -5,33 +5,44 @@
 // - Real storage: buffers and every image level, slice (cube face) and sample
 //   hold bytes, so uploads, readbacks, copies and mip chains can be checked by
 //   value. Shaders are not executed: Draw only records.
-// - Strict: misuse (unknown or stale handles, double destroys, maps without
-//   the host flags, copies without the copy flags, unbalanced map/unmap or
-//   begin/end) is recorded as an error instead of crashing.
+// - Strict: it refuses and records every breach of the rules of
+//   DeviceRules.h (the same checks ValidatingGpu applies to any device):
+//   unknown or stale handles, double destroys, maps without the host flags,
+//   copies without the copy flags, unbalanced map/unmap or begin/end.
 // - Recorded: every interface call lands in a log with its arguments.
 // - Scriptable: maximum buffer size, query results, stripped image flags,
 //   padded or negative row pitches, full-chain fill-in for mipLevels 0.
 // - Fault injection: make a given call throw, return an invalid handle or fail
 //   a map.
 //
-// Behaviour of the device operations:
+// Behaviour of the device operations, where the contract in Device.h leaves
+// a choice (GlDevice makes the same ones unless said otherwise):
 // - Handles: low 32 bits are a slot, upper 32 bits a generation. A
 //   render-target view's low 32 bits carry a 12-bit generation above a 20-bit
 //   slot as well, so the packed views of a BindingState (low 32 bits only)
 //   are still caught when stale.
+// - CreateImage refuses (records an error, returns the invalid handle) a
+//   description the rules reject, an empty 0x0x0 extent included. A
+//   multisampled image has one level; sample counts are kept as asked.
+// - New images and levels hold zero bytes.
 // - MapImage exposes one sub-image (all depth slices) through a staging copy:
 //   read maps need HostRead (0x08), write maps HostWrite (0x10); the staged
-//   bytes are written back on UnmapImage of a write map. A write map of a
-//   multisampled image writes every sample; a read map reads sample 0.
+//   bytes are written back on UnmapImage of a write map. A write map of an
+//   image without HostRead hands out unspecified bytes (a 0xCD pattern), as a
+//   real device may. Multisampled images are never mapped.
+// - MapBuffer: write maps need BufferUsage::Dynamic; read maps work on any
+//   buffer and never change it.
 // - CopyImage needs CopySource (0x20) on the source and CopyDestination (0x40)
 //   on the destination (an image may copy within itself, e.g. between mip
 //   levels); formats must have the same pixel size and the images the same
-//   sample count (each sample is copied). Different extents scale by nearest
-//   sampling: destination texel x reads source texel x * srcWidth / dstWidth
-//   (likewise for y and z).
+//   sample count (each sample is copied). Bytes move unchanged: a copy from
+//   R8G8B8A8 into B8G8R8A8 does not swap channels. Different extents scale
+//   by nearest sampling: destination texel x reads source texel
+//   x * srcWidth / dstWidth (likewise for y and z); GlDevice filters linearly.
 // - ResolveImage needs a multisampled source with Resolvable (0x80) and a
 //   single-sampled destination of the same extent and format with
-//   ResolveDestination (0x100); each texel takes the value of sample 0.
+//   ResolveDestination (0x100); each texel takes the value of sample 0
+//   (GlDevice averages the samples).
 // - Images created with mipLevels 0 receive the full chain (scriptable).
 // - Query results: frequency queries read the scripted frequency once ended;
 //   timestamp queries take the next scripted timestamp when recorded (or an
@@ -39,6 +50,7 @@
 
 #include <Rendering/Core.h>
 #include <Rendering/Device.h>
+#include <Rendering/Testing/DeviceRules.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -54,45 +66,6 @@
 #include <vector>
 
 namespace Zorvan::Rendering::Testing {
-
-// Every operation of the interfaces, in declaration order.
-enum class Op : std::uint32_t {
-    GetMaximumBufferSize,
-    GetBufferDescription,
-    CreateBuffer,
-    DestroyBuffer,
-    MapBuffer,
-    UnmapBuffer,
-    GetRenderTargetViewDescription,
-    GetImageDescription,
-    CreateImage,
-    DestroySampler,
-    DestroyRenderTargetView,
-    DestroyShaderResourceView,
-    DestroyImage,
-    CreateShaderResourceView,
-    CreateRenderTargetView,
-    CopyImage,
-    ResolveImage,
-    MapImage,
-    UnmapImage,
-    CreateSampler,
-    CreateShader,
-    DestroyShader,
-    Draw,
-    BeginQuery,
-    EndQuery,
-    RecordQuery,
-    GetQueryResult,
-    DrawIndexed,
-    CreatePipelineState,
-    DestroyQuery,
-    DestroyPipelineState,
-    BindPipelineState,
-    CreateQuery,
-};
-
-char const* ToString(Op op);
 
 enum class ResourceKind : std::uint32_t { Buffer, Image, ShaderResourceView, RenderTargetView, Sampler, Shader, Pipeline, Query };
 inline constexpr std::size_t ResourceKindCount = 8;
