@@ -120,7 +120,7 @@ TEST_F(GlTransfersTest, NewAndRecycledImagesReadAsZero)
 
         // A scaling copy reads the texture itself, not a record of it being zero.
         ImageId const drawn = gpu.CreateImage({{8, 8, 0}, Format::R8G8B8A8, 1, 1, drawnFlags});
-        ImageId const half = gpu.CreateImage({{4, 4, 0}, Format::R8G8B8A8, 1, 1, ImageUsage::HostRead});
+        ImageId const half = gpu.CreateImage({{4, 4, 0}, Format::R8G8B8A8, 1, 1, ReadBackFlags});
         gpu.CopyImage(drawn, {}, half, {});
         EXPECT_EQ(Read(gpu, half, 4 * 4 * 4), std::vector<std::uint8_t>(4 * 4 * 4, 0));
         RtvId const view = gpu.CreateRenderTargetView(drawn, {});
@@ -186,25 +186,40 @@ TEST_F(GlTransfersTest, StagingImagesCarryPixelsBothWays)
     EXPECT_EQ(gpu.Problems(), "");
 }
 
-// Copies between formats that share GL storage move the stored colour, not
-// the host bytes: blue-first pixels arrive red-first in an RGBA image, the
-// same whether the copy goes through textures or straight to staging memory.
-TEST_F(GlTransfersTest, CopiesBetweenBlueFirstAndRedFirstMoveColours)
+// Copies move host bytes whatever GL stores: blue-first pixels arrive in an
+// RGBA image byte for byte (GL would move the colour), whether the copy goes
+// through textures or straight to staging memory, and depth moves into
+// colour images of its size (which GL cannot copy at all) and back.
+TEST_F(GlTransfersTest, CopiesMoveHostBytesBetweenFormatsStoredDifferently)
 {
     GlDevice& gpu = Device();
     std::vector<std::uint8_t> const bgra = {10, 20, 30, 40, 50, 60, 70, 80};
-    std::vector<std::uint8_t> const rgba = {30, 20, 10, 40, 70, 60, 50, 80};
     ImageId const upload = gpu.CreateImage({{2, 1, 0}, Format::B8G8R8A8, 1, 1, UploadFlags});
     ImageId const texture = gpu.CreateImage({{2, 1, 0}, Format::R8G8B8A8, 1, 1, TextureFlags});
     ImageId const readBack = gpu.CreateImage({{2, 1, 0}, Format::R8G8B8A8, 1, 1, ReadBackFlags});
     ImageId const viaTexture = gpu.CreateImage({{2, 1, 0}, Format::R8G8B8A8, 1, 1, ReadBackFlags | TextureFlags});
+    ImageId const blueFirst = gpu.CreateImage({{2, 1, 0}, Format::B8G8R8X8, 1, 1, ReadBackFlags | TextureFlags});
     Write(gpu, upload, bgra);
     gpu.CopyImage(upload, {}, readBack, {});
-    EXPECT_EQ(Read(gpu, readBack, 8), rgba);
+    EXPECT_EQ(Read(gpu, readBack, 8), bgra);
     gpu.CopyImage(upload, {}, texture, {});
     gpu.CopyImage(texture, {}, viaTexture, {});
-    EXPECT_EQ(Read(gpu, viaTexture, 8), rgba);
-    for (ImageId id : {viaTexture, readBack, texture, upload})
+    EXPECT_EQ(Read(gpu, viaTexture, 8), bgra);
+    gpu.CopyImage(texture, {}, blueFirst, {});
+    EXPECT_EQ(Read(gpu, blueFirst, 8), bgra);
+
+    // Depth: 24 bits in the low bits of each host word, stencil above.
+    std::vector<std::uint8_t> const packed = {0x01, 0x02, 0x03, 0x7F, 0xFF, 0xFF, 0xFF, 0x00};
+    ImageId const depth = gpu.CreateImage({{2, 1, 0}, Format::D24S8, 1, 1,
+                                           ImageUsage::HostRead | ImageUsage::HostWrite | ImageUsage::CopySource |
+                                               ImageUsage::CopyDestination | ImageUsage::RenderTarget});
+    ImageId const words = gpu.CreateImage({{2, 1, 0}, Format::R32U, 1, 1, ReadBackFlags | TextureFlags});
+    Write(gpu, depth, packed);
+    gpu.CopyImage(depth, {}, words, {});
+    EXPECT_EQ(Read(gpu, words, 8), packed);
+    gpu.CopyImage(blueFirst, {}, depth, {});
+    EXPECT_EQ(Read(gpu, depth, 8), bgra);
+    for (ImageId id : {words, depth, blueFirst, viaTexture, readBack, texture, upload})
         gpu.DestroyImage(id);
     EXPECT_EQ(gpu.Problems(), "");
 }

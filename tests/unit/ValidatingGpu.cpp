@@ -113,6 +113,13 @@ TEST(ValidatingGpu, NamesTheRuleOfEachMisuseTheRecordingDeviceRefuses)
              g.CopyImage(a, {}, a, {});
          },
          {Rule::CopyPixelSizes, Rule::CopyOntoItself}},
+        {"scaling copy between formats",
+         [](IGpu& g) {
+             ImageId const a = g.CreateImage(Desc({4, 4, 0}, CopyRW, 1, Format::R32F));
+             ImageId const b = g.CreateImage(Desc({2, 2, 0}, CopyRW, 1, Format::R32U));
+             g.CopyImage(a, {}, b, {});
+         },
+         {Rule::ScaledCopy}},
         {"copy of a level the image lacks",
          [](IGpu& g) {
              ImageId const a = g.CreateImage(Desc({2, 2, 0}, CopyRW));

@@ -236,16 +236,15 @@ bool CopyAroundTextures(DeviceCore& s, ImageRecord& from, SubImage const& source
     if ((to.description.flags & HostAccess) != 0 && (to.description.flags & GpuAccess) == 0) {
         if (!HostBuffer(s, destination, bytes))
             return false;
-        bool const sameBytes = from.format->transferFormat == to.format->transferFormat &&
-                               from.format->transferType == to.format->transferType;
-        if (source.hostCurrent && sameBytes) {
+        // Copies move host bytes, so the source's staged bytes are the destination's.
+        if (source.hostCurrent) {
             glCopyNamedBufferSubData(source.host.Name(), destination.host.Name(), 0, 0,
                                      static_cast<GLsizeiptr>(bytes));
             source.host.Fence();
             destination.host.Fence();
         } else {
             PrepareTexture(s, from, sourceWhere);
-            Pack(from, sourceWhere, *to.format, destination.host);
+            Pack(from, sourceWhere, *from.format, destination.host);
         }
         destination.zero = false;
         destination.hostCurrent = true;
@@ -255,11 +254,23 @@ bool CopyAroundTextures(DeviceCore& s, ImageRecord& from, SubImage const& source
     // Pixels the host wrote go straight into the destination texture.
     if (source.hostCurrent && !source.textureCurrent) {
         TextureOf(s, to);
-        Unpack(to, destinationWhere, *from.format, source.host);
+        Unpack(to, destinationWhere, *to.format, source.host);
         TextureWritten(s, to, destinationWhere);
         return true;
     }
     return false;
+}
+
+void CopyHostBytes(DeviceCore& s, ImageRecord& from, SubImage const& sourceWhere, ImageRecord& to,
+                   SubImage const& destinationWhere)
+{
+    std::byte const* source = PrepareHost(s, from, sourceWhere);
+    // Every byte is overwritten: what the destination held need not be fetched.
+    std::byte* destination = source != nullptr ? PrepareHost(s, to, destinationWhere, true) : nullptr;
+    if (destination == nullptr)
+        return s.Error("CopyImage: no staging memory could be mapped");
+    std::memcpy(destination, source, SubImageBytes(to, destinationWhere));
+    HostWritten(to, destinationWhere);
 }
 
 void Recycle(DeviceCore& s, ImageRecord& record, bool textureShared)

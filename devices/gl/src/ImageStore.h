@@ -46,6 +46,13 @@ void HostWritten(ImageRecord& record, SubImage const& where) noexcept;
 bool CopyAroundTextures(DeviceCore& s, ImageRecord& from, SubImage const& sourceWhere, ImageRecord& to,
                         SubImage const& destinationWhere);
 
+// An exact copy between single-sampled sub-images of equal extents and pixel
+// sizes whose formats store texels differently (blue-first against
+// red-first, depth against colour): the source's host bytes become the
+// destination's, through staging memory.
+void CopyHostBytes(DeviceCore& s, ImageRecord& from, SubImage const& sourceWhere, ImageRecord& to,
+                   SubImage const& destinationWhere);
+
 // Gives a destroyed image's staging memory back to the pool and, unless a
 // view still shares its storage, its texture to the bin.
 void Recycle(DeviceCore& s, ImageRecord& record, bool textureShared);

@@ -1,9 +1,12 @@
-// Device-side copies between images: exact copies when extents match,
-// filtered blits when they differ (so level-to-level copies build mip
-// chains), and multisample resolves. GL needs no usage flags for either, so
-// the copy and resolve flags are not demanded: a texture made for sampling
-// (flags 0x41) may still seed a mip chain. Exact copies into read-back
-// images and out of upload images skip one texture (see ImageStore).
+// Device-side copies between images: exact copies when extents match, which
+// move the host's bytes unchanged whatever the two formats (R8G8B8A8 bytes
+// copied into a B8G8R8A8 image are that image's bytes, as the library's
+// uploads expect); filtered blits of one format when extents differ (so
+// level-to-level copies build mip chains); and multisample resolves. The
+// usage flags are demanded as the contract states them, though GL itself
+// would not need them, so that a device that does need them behaves the same.
+// Exact copies into read-back images and out of upload images skip one
+// texture (see ImageStore).
 
 #include "DeviceCore.h"
 #include "ImageStore.h"
@@ -35,6 +38,22 @@ void AttachOnly(GLuint framebuffer, ImageRecord const& record, std::uint32_t lev
         glNamedFramebufferReadBuffer(framebuffer, buffer);
     else
         glNamedFramebufferDrawBuffer(framebuffer, buffer);
+}
+
+bool BlueFirst(GlFormat const& format) noexcept
+{
+    return format.transferFormat == GL_BGR || format.transferFormat == GL_BGRA;
+}
+
+// Whether the texture bits glCopyImageSubData moves are the host bytes of
+// both formats: the same storage, or colour formats that both keep (or both
+// swap) their channel order on transfer.
+bool TexelsAreHostBytes(GlFormat const& a, GlFormat const& b) noexcept
+{
+    if (a.internalFormat == b.internalFormat && a.transferFormat == b.transferFormat &&
+        a.hostLayout == b.hostLayout)
+        return true;
+    return !a.IsDepth() && !b.IsDepth() && BlueFirst(a) == BlueFirst(b);
 }
 
 GLbitfield BlitMask(GlFormat const& format) noexcept
@@ -99,18 +118,29 @@ void GlDevice::CopyImage(ImageId source, SubImage const& sourceWhere, ImageId de
         return s.Error(what + ": no such level or slice");
     if (from == to && sourceWhere == destinationWhere)
         return s.Error(what + ": a sub-image cannot be copied onto itself");
+    if ((from->description.flags & ImageUsage::CopySource) == 0)
+        return s.Error(what + ": the source lacks CopySource 0x20");
+    if ((to->description.flags & ImageUsage::CopyDestination) == 0)
+        return s.Error(what + ": the destination lacks CopyDestination 0x40");
     if (from->description.sampleCount != to->description.sampleCount)
         return s.Error(what + ": sample counts differ (a resolve is needed)");
     GlFormat const& a = *from->format;
     GlFormat const& b = *to->format;
+    if (a.pixelBytes != b.pixelBytes)
+        return s.Error(what + ": " + ToString(a.format) + " and " + ToString(b.format) + " differ in pixel size");
 
     Size const sourceSize = LevelExtent(from->description, sourceWhere.mipLevel);
     Size const destinationSize = LevelExtent(to->description, destinationWhere.mipLevel);
-    bool const sameExtent = sourceSize == destinationSize;
-    bool const exact = a.pixelBytes == b.pixelBytes && (!a.IsDepth() || a.internalFormat == b.internalFormat);
-    if (sameExtent && exact) {
+    if (sourceSize == destinationSize) {
         if (CopyAroundTextures(s, *from, sourceWhere, *to, destinationWhere))
             return s.CheckGlErrors("CopyImage");
+        if (!TexelsAreHostBytes(a, b)) {
+            if (from->description.sampleCount > 1)
+                return s.Error(what + ": multisampled " + ToString(a.format) + " and " + ToString(b.format) +
+                               " are stored differently and cannot be copied");
+            CopyHostBytes(s, *from, sourceWhere, *to, destinationWhere);
+            return s.CheckGlErrors("CopyImage");
+        }
         PrepareTexture(s, *from, sourceWhere);
         glCopyImageSubData(from->name.Get(), from->target, static_cast<GLint>(sourceWhere.mipLevel), 0, 0,
                            static_cast<GLint>(sourceWhere.arraySlice), TextureOf(s, *to), to->target,
@@ -119,12 +149,8 @@ void GlDevice::CopyImage(ImageId source, SubImage const& sourceWhere, ImageId de
                            static_cast<GLsizei>(sourceSize.height), static_cast<GLsizei>(sourceSize.depth));
         TextureWritten(s, *to, destinationWhere);
     } else {
-        if (from->description.sampleCount > 1)
-            return s.Error(what + ": multisampled images copy only at equal extents and pixel sizes");
-        // Bits move unchanged between equal pixel sizes; a scaling copy converts, which GL
-        // does only within float, signed, unsigned and depth formats.
-        if (a.IsDepth() != b.IsDepth() || a.kind != b.kind)
-            return s.Error(what + ": " + ToString(a.format) + " and " + ToString(b.format) + " do not convert");
+        if (a.format != b.format || from->description.sampleCount > 1)
+            return s.Error(what + ": a copy that scales works on single-sampled images of one format");
         GLenum const filter = a.kind == ChannelKind::Float ? GL_LINEAR : GL_NEAREST;
         Blit(s, *from, sourceWhere, *to, destinationWhere, filter, "CopyImage");
     }
@@ -146,6 +172,10 @@ void GlDevice::ResolveImage(ImageId source, SubImage const& sourceWhere, ImageId
         return s.Error(what + ": no such level or slice");
     if (from->description.sampleCount < 2 || to->description.sampleCount != 1)
         return s.Error(what + ": resolves go from a multisampled to a single-sampled image");
+    if ((from->description.flags & ImageUsage::Resolvable) == 0)
+        return s.Error(what + ": the source lacks Resolvable 0x80");
+    if ((to->description.flags & ImageUsage::ResolveDestination) == 0)
+        return s.Error(what + ": the destination lacks ResolveDestination 0x100");
     if (from->description.format != to->description.format)
         return s.Error(what + ": the formats differ");
     if (LevelExtent(from->description, sourceWhere.mipLevel) != LevelExtent(to->description, destinationWhere.mipLevel))

@@ -17,7 +17,7 @@ constexpr char const* RuleNames[] = {
     "image-description",  "view-range",           "query-type",
     "map-flags",          "map-mode",             "map-multisampled",    "sub-image-outside",
     "map-twice",          "unmap-without-map",    "destroy-while-mapped",
-    "copy-flags",         "copy-sample-counts",   "copy-pixel-sizes",    "copy-onto-itself",
+    "copy-flags",         "copy-sample-counts",   "copy-pixel-sizes",    "copy-onto-itself",    "scaled-copy",
     "resolve-flags",      "resolve-sample-counts", "resolve-formats",    "resolve-extents",
     "query-operation",    "query-begin-twice",    "query-end-without-begin", "destroy-while-begun",
     "index-buffer",
@@ -277,6 +277,16 @@ void CopyImage(Part const& source, Part const& destination, bool sameImage, Find
     if (sameImage && source.where == destination.where)
         Add(found, Rule::CopyOntoItself, source.name,
             source.name + ": copies " + SubImageText(source.where) + " onto itself");
+    bool const inside = Contains(source.facts, source.where) && Contains(destination.facts, destination.where);
+    bool const scales = LevelSize(source.facts.description.size, source.where.mipLevel) !=
+                        LevelSize(destination.facts.description.size, destination.where.mipLevel);
+    if (inside && scales &&
+        (source.facts.description.format != destination.facts.description.format || source.facts.samples > 1 ||
+         destination.facts.samples > 1))
+        Add(found, Rule::ScaledCopy, source.name,
+            source.name + " " + SubImageText(source.where) + " and " + destination.name + " " +
+                SubImageText(destination.where) + " differ in extent: a copy that scales works on single-sampled "
+                "images of one format");
 }
 
 void ResolveImage(Part const& source, Part const& destination, Findings& found)

@@ -79,6 +79,7 @@ enum class Rule : std::uint32_t {
     CopySampleCounts,      // copies keep the sample count; a resolve changes it
     CopyPixelSizes,        // copies move pixels of one size
     CopyOntoItself,        // a sub-image copied onto itself
+    ScaledCopy,            // a copy between different extents needs single-sampled images of one format
     ResolveFlags,          // source without Resolvable, destination without ResolveDestination
     ResolveSampleCounts,   // from a multisampled image to a single-sampled one
     ResolveFormats,        // both images have one format
