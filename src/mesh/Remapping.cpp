@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -108,17 +109,18 @@ Index OrderVertex(Math::point<float, 3> const* normals, Index const* corners, st
 // the calling thread.
 constexpr std::size_t VerticesPerTask = 512;
 
-// The remapping, given a way to produce each vertex's corner normals:
+// Completes a remapping whose per-corner vector is already sized (and
+// zero-filled, wherever the caller found time for that), given a way to
+// produce each vertex's corner normals:
 // makeNormalsOf() gives each task a callable (with its own scratch) that,
 // called as (corners, n, out), writes the normals of one vertex's n corners,
 // listed at corners, to out. The first pass orders each vertex's corners and counts
 // its new vertices, the second numbers them from the running total.
 template <typename I, typename Index, typename MakeNormalsOf>
-SmoothNormalRemapping<I> Remap(CornerAdjacency<Index> const& adjacency, std::size_t cornerCount,
+SmoothNormalRemapping<I> Remap(SmoothNormalRemapping<I> result, CornerAdjacency<Index> const& adjacency,
                                MakeNormalsOf const& makeNormalsOf)
 {
-    SmoothNormalRemapping<I> result;
-    result.remapping.resize(cornerCount);
+    std::size_t const cornerCount = result.remapping.size();
     if (cornerCount == 0)
         return result;
 
@@ -183,7 +185,9 @@ template <typename I, typename Index>
 SmoothNormalRemapping<I> GroupCornerNormals(CornerAdjacency<Index> const& adjacency,
                                             span<Math::point<float, 3> const> cornerNormals)
 {
-    return Remap<I>(adjacency, cornerNormals.size(), [cornerNormals] {
+    SmoothNormalRemapping<I> result;
+    result.remapping.resize(cornerNormals.size());
+    return Remap(std::move(result), adjacency, [cornerNormals] {
         return [cornerNormals](Index const* corners, std::size_t n, Math::point<float, 3>* out) {
             for (std::size_t i = 0; i < n; ++i)
                 out[i] = cornerNormals[corners[i]];
@@ -211,10 +215,13 @@ SmoothNormalRemapping<I> RemapWith(span<Math::point<T, 3> const> positions, span
 {
     if (triangles.empty())
         return {};
-    SmoothingInputs<Index> const inputs = PrepareSmoothing<Index>(positions, triangles, angle, [] {});
+    // The calling thread zero-fills the per-corner result while the tasks run.
+    SmoothNormalRemapping<I> result;
+    SmoothingInputs<Index> const inputs = PrepareSmoothing<Index>(
+        positions, triangles, angle, [&] { result.remapping.resize(3 * triangles.size()); });
     TriangleNormal const* const faces = inputs.faces.data();
     double const limit = inputs.limit;
-    return Remap<I>(inputs.adjacency, 3 * triangles.size(), [faces, limit] {
+    return Remap(std::move(result), inputs.adjacency, [faces, limit] {
         return [faces, limit, smoother = VertexSmoother()](Index const* corners, std::size_t n,
                                                             Math::point<float, 3>* out) mutable {
             smoother.Smooth(faces, corners, n, limit, out);
