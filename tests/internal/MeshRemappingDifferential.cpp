@@ -136,10 +136,11 @@ void ExpectWholeJobMatches(std::mt19937& rng, std::string const& types, bool asV
     meshes.emplace_back("tangle", Tangle<T, I>(rng, 12, 400));
     meshes.emplace_back("one triangle", Mesh<T, I>{{{{0, 0, 0}}, {{1, 0, 0}}, {{0, 1, 0}}}, {{0, 1, 2}}});
     meshes.emplace_back("no triangles", Mesh<T, I>{{{{0, 0, 0}}}, {}});
+    unsigned const stride = Oracles::SweepStride(2);
     for (auto const& [name, mesh] : meshes)
-        for (double angle : Angles)
-            ExpectSame(Ours(mesh, angle, asVertexP), Expected(mesh, angle),
-                       types + ", " + name + ", angle " + std::to_string(angle));
+        for (std::size_t a = 0; a < std::size(Angles); a += stride)
+            ExpectSame(Ours(mesh, Angles[a], asVertexP), Expected(mesh, Angles[a]),
+                       types + ", " + name + ", angle " + std::to_string(Angles[a]));
 }
 
 // Normals drawn from a handful of values, so that keys tie often, differ in
