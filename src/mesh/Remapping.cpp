@@ -67,26 +67,27 @@ void SortCorners(CornerRecord<Index>* first, CornerRecord<Index>* last)
 }
 
 // Writes one vertex's n corners as records in their final order and returns
-// how many new vertices they make. NaN normals are set aside as they come, so
-// they end up behind the others in corner order and the sort never sees
-// them; corners that all share one normal (a smooth vertex) are already in
-// order.
-template <typename Index>
-Index OrderVertex(Math::point<float, 3> const* normals, Index const* corners, std::size_t n, CornerRecord<Index>* out)
+// how many new vertices they make; normalOf(i) is the normal of corners[i].
+// NaN normals are set aside as they come, so they end up behind the others
+// in corner order and the sort never sees them; corners that all share one
+// normal (a smooth vertex) are already in order.
+template <typename Index, typename NormalOf>
+Index OrderVertex(NormalOf const& normalOf, Index const* corners, std::size_t n, CornerRecord<Index>* out)
 {
     CornerRecord<Index>* valid = out;
     std::size_t nans = 0;
     for (std::size_t i = 0; i < n; ++i) {
-        bool const nan = HasNan(normals[i]);
-        *valid = {normals[i], corners[i]};
+        Math::point<float, 3> const normal = normalOf(i);
+        bool const nan = HasNan(normal);
+        *valid = {normal, corners[i]};
         valid += nan ? 0 : 1;
         nans += nan ? 1 : 0;
     }
     if (nans != 0) {
         CornerRecord<Index>* tail = valid;
         for (std::size_t i = 0; i < n; ++i)
-            if (HasNan(normals[i]))
-                *tail++ = {normals[i], corners[i]};
+            if (Math::point<float, 3> const normal = normalOf(i); HasNan(normal))
+                *tail++ = {normal, corners[i]};
     }
     if (valid == out)
         return static_cast<Index>(nans);
@@ -105,20 +106,35 @@ Index OrderVertex(Math::point<float, 3> const* normals, Index const* corners, st
     return static_cast<Index>(groups + nans);
 }
 
-// Vertices per task: some microseconds of work, so that a small mesh stays on
-// the calling thread.
+// Vertices per task: some microseconds of work.
 constexpr std::size_t VerticesPerTask = 512;
 
+// Runs body over [0, vertexCount) in ranges on oneTBB's workers, or at once
+// on the calling thread when there are at most sequentialUpTo vertices: too
+// little work to repay waking the workers and joining them, which costs
+// tens of microseconds, more on a busy machine.
+template <typename Body>
+void ForVertices(std::size_t vertexCount, std::size_t sequentialUpTo, Body const& body)
+{
+    if (vertexCount <= sequentialUpTo) {
+        body(tbb::blocked_range<std::size_t>(0, vertexCount));
+        return;
+    }
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, vertexCount, VerticesPerTask), body,
+                      tbb::auto_partitioner());
+}
+
 // Completes a remapping whose per-corner vector is already sized (and
-// zero-filled, wherever the caller found time for that), given a way to
-// produce each vertex's corner normals:
-// makeNormalsOf() gives each task a callable (with its own scratch) that,
-// called as (corners, n, out), writes the normals of one vertex's n corners,
-// listed at corners, to out. The first pass orders each vertex's corners and counts
-// its new vertices, the second numbers them from the running total.
-template <typename I, typename Index, typename MakeNormalsOf>
+// zero-filled, wherever the caller found time for that), with both passes
+// on the calling thread up to sequentialUpTo vertices. makeOrderer() gives
+// each task a callable, with scratch of its own, that is called as
+// (corners, n, out) for one vertex's n corners, listed at corners: it finds
+// their normals and passes them to OrderVertex with out. The first pass
+// orders each vertex's corners and counts its new vertices, the second
+// numbers them from the running total.
+template <typename I, typename Index, typename MakeOrderer>
 SmoothNormalRemapping<I> Remap(SmoothNormalRemapping<I> result, CornerAdjacency<Index> const& adjacency,
-                               MakeNormalsOf const& makeNormalsOf)
+                               std::size_t sequentialUpTo, MakeOrderer const& makeOrderer)
 {
     std::size_t const cornerCount = result.remapping.size();
     if (cornerCount == 0)
@@ -131,20 +147,11 @@ SmoothNormalRemapping<I> Remap(SmoothNormalRemapping<I> result, CornerAdjacency<
     // Per source vertex: its count of new vertices, then the first one's number.
     auto const first = std::make_unique_for_overwrite<Index[]>(vertexCount);
 
-    tbb::parallel_for(
-        tbb::blocked_range<std::size_t>(0, vertexCount, VerticesPerTask),
-        [&](tbb::blocked_range<std::size_t> const& range) {
-            auto normalsOf = makeNormalsOf();
-            std::vector<Math::point<float, 3>> normals;
-            for (std::size_t v = range.begin(); v != range.end(); ++v) {
-                std::size_t const n = offsets[v + 1] - offsets[v];
-                if (normals.size() < n)
-                    normals.resize(n);
-                normalsOf(corners + offsets[v], n, normals.data());
-                first[v] = OrderVertex(normals.data(), corners + offsets[v], n, records.get() + offsets[v]);
-            }
-        },
-        tbb::auto_partitioner());
+    ForVertices(vertexCount, sequentialUpTo, [&](tbb::blocked_range<std::size_t> const& range) {
+        auto order = makeOrderer();
+        for (std::size_t v = range.begin(); v != range.end(); ++v)
+            first[v] = order(corners + offsets[v], offsets[v + 1] - offsets[v], records.get() + offsets[v]);
+    });
 
     Index total = 0;
     for (std::size_t v = 0; v < vertexCount; ++v) {
@@ -158,24 +165,21 @@ SmoothNormalRemapping<I> Remap(SmoothNormalRemapping<I> result, CornerAdjacency<
     I* const remapping = result.remapping.data();
     I* const vertices = result.vertices.data();
     Math::point<float, 3>* const normals = result.normals.data();
-    tbb::parallel_for(
-        tbb::blocked_range<std::size_t>(0, vertexCount, VerticesPerTask),
-        [&](tbb::blocked_range<std::size_t> const& range) {
-            for (std::size_t v = range.begin(); v != range.end(); ++v) {
-                CornerRecord<Index> const* const begin = records.get() + offsets[v];
-                CornerRecord<Index> const* const end = records.get() + offsets[v + 1];
-                Index next = first[v];
-                for (CornerRecord<Index> const* r = begin; r != end; ++r) {
-                    if (r == begin || !(r->normal == r[-1].normal)) {
-                        vertices[next] = static_cast<I>(v);
-                        normals[next] = r->normal;
-                        ++next;
-                    }
-                    remapping[r->corner] = static_cast<I>(next - 1);
+    ForVertices(vertexCount, sequentialUpTo, [&](tbb::blocked_range<std::size_t> const& range) {
+        for (std::size_t v = range.begin(); v != range.end(); ++v) {
+            CornerRecord<Index> const* const begin = records.get() + offsets[v];
+            CornerRecord<Index> const* const end = records.get() + offsets[v + 1];
+            Index next = first[v];
+            for (CornerRecord<Index> const* r = begin; r != end; ++r) {
+                if (r == begin || !(r->normal == r[-1].normal)) {
+                    vertices[next] = static_cast<I>(v);
+                    normals[next] = r->normal;
+                    ++next;
                 }
+                remapping[r->corner] = static_cast<I>(next - 1);
             }
-        },
-        tbb::auto_partitioner());
+        }
+    });
     return result;
 }
 
@@ -187,10 +191,11 @@ SmoothNormalRemapping<I> GroupCornerNormals(CornerAdjacency<Index> const& adjace
 {
     SmoothNormalRemapping<I> result;
     result.remapping.resize(cornerNormals.size());
-    return Remap(std::move(result), adjacency, [cornerNormals] {
-        return [cornerNormals](Index const* corners, std::size_t n, Math::point<float, 3>* out) {
-            for (std::size_t i = 0; i < n; ++i)
-                out[i] = cornerNormals[corners[i]];
+    // Reading the normals is light work: a few thousand vertices stay on
+    // the calling thread.
+    return Remap(std::move(result), adjacency, 8 * VerticesPerTask, [cornerNormals] {
+        return [cornerNormals](Index const* corners, std::size_t n, CornerRecord<Index>* out) {
+            return OrderVertex([&](std::size_t i) { return cornerNormals[corners[i]]; }, corners, n, out);
         };
     });
 }
@@ -221,10 +226,14 @@ SmoothNormalRemapping<I> RemapWith(span<Math::point<T, 3> const> positions, span
         positions, triangles, angle, [&] { result.remapping.resize(3 * triangles.size()); });
     TriangleNormal const* const faces = inputs.faces.data();
     double const limit = inputs.limit;
-    return Remap(std::move(result), inputs.adjacency, [faces, limit] {
-        return [faces, limit, smoother = VertexSmoother()](Index const* corners, std::size_t n,
-                                                            Math::point<float, 3>* out) mutable {
-            smoother.Smooth(faces, corners, n, limit, out);
+    // Smoothing is heavier: only the smallest meshes stay on the calling thread.
+    return Remap(std::move(result), inputs.adjacency, 2 * VerticesPerTask, [faces, limit] {
+        return [faces, limit, smoother = VertexSmoother(), normals = std::vector<Math::point<float, 3>>()](
+                   Index const* corners, std::size_t n, CornerRecord<Index>* out) mutable {
+            if (normals.size() < n)
+                normals.resize(n);
+            smoother.Smooth(faces, corners, n, limit, normals.data());
+            return OrderVertex([&](std::size_t i) { return normals[i]; }, corners, n, out);
         };
     });
 }

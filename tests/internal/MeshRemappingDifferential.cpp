@@ -161,8 +161,9 @@ std::vector<Normal> CraftedNormals(std::mt19937& rng, std::size_t count)
 template <typename I, typename Index>
 void ExpectStepMatches(std::mt19937& rng)
 {
-    for (unsigned vertexCount : {1u, 4u, 30u, 1000u})
-        for (std::size_t triangleCount : {std::size_t{1}, std::size_t{50}, std::size_t{3000}}) {
+    // Up to 1000 vertices run on the calling thread, 20000 on the workers.
+    for (unsigned vertexCount : {1u, 4u, 30u, 1000u, 20000u})
+        for (std::size_t triangleCount : {std::size_t{1}, std::size_t{50}, std::size_t{3000}, std::size_t{30000}}) {
             Mesh<float, I> const mesh = Tangle<float, I>(rng, vertexCount, triangleCount);
             std::vector<Normal> const normals = CraftedNormals(rng, 3 * triangleCount);
             auto const adjacency =
