@@ -140,6 +140,9 @@ void Reorder(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
                     ++s;
                 }
             }
+            // Once f is dead, the rest of its list was emitted already.
+            if (state[f].live == 0)
+                break;
         }
 
         // The candidates are the vertices this fan wrote: the stack's top
@@ -148,13 +151,17 @@ void Reorder(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
         // remaining primitives are emitted wins. They come in stack order, not
         // by number, so the lowest number wins equal scores explicitly. (These
         // branches predict well; branch-free versions measured slower.)
+        // Dead entries leave the stack on the way: a vertex never comes back
+        // to life, so no pop could have chosen them.
         std::int32_t best = -1;
         std::int32_t next = -1;
+        std::uint16_t* kept = fanStart;
         for (std::uint16_t const* c = fanStart; c != top; ++c) {
             std::uint16_t const v = *c;
             std::uint32_t const live = state[v].live;
             if (live == 0)
                 continue;
+            *kept++ = v;
             std::uint32_t const p = s - state[v].stamp;
             auto const score = static_cast<std::int32_t>(live * secondaryCorners + p > cacheSize ? 0 : p);
             if (score > best || (score == best && v < next)) {
@@ -163,6 +170,7 @@ void Reorder(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
             }
         }
 
+        top = kept;
         while (next < 0 && top != deadEnd.get()) {
             std::uint16_t const v = *--top;
             if (state[v].live > 0)
