@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -178,6 +179,39 @@ TEST(TexelCoding, EveryStoredValueSurvivesARoundTrip)
         wide.samples.resize(samples.size() * 2);
         std::memcpy(wide.samples.data(), samples.data(), wide.samples.size());
         EXPECT_EQ(ToUnorm16(ToLinear(wide, coding), coding), samples) << int(coding);
+    }
+}
+
+// 8-bit sRGB coding searches precomputed bounds; the plain formula is the
+// oracle, near every bound and across the range.
+TEST(TexelCoding, EightBitSrgbMatchesTheFormulaEverywhere)
+{
+    std::vector<float> values;
+    for (int k = 0; k < 255; ++k) {
+        float const bound = static_cast<float>(SrgbToLinear((k + 0.5) / 255.0));
+        float below = bound;
+        float above = bound;
+        for (int step = 0; step < 4; ++step) {
+            values.insert(values.end(), {below, above});
+            below = std::nextafter(below, 0.0f);
+            above = std::nextafter(above, 1.0f);
+        }
+    }
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> any(-0.1f, 1.1f);
+    for (int i = 0; i < 200000; ++i)
+        values.push_back(any(random));
+    values.insert(values.end(), {0.0f, 1.0f, -0.0f, 2.0f, -5.0f, 1e-30f});
+    while (values.size() % 4 != 0)
+        values.push_back(0.5f);
+
+    LinearImage image{static_cast<std::uint32_t>(values.size() / 4), 1, values};
+    auto const coded = ToUnorm8(image, Coding::Srgb);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (i % 4 == 3)
+            continue; // alpha is linear
+        double const expected = std::lround(std::clamp(LinearToSrgb(values[i]), 0.0, 1.0) * 255.0);
+        ASSERT_EQ(coded[i], expected) << "linear value " << values[i];
     }
 }
 

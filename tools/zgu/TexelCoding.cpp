@@ -3,6 +3,7 @@
 #include <Imath/half.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 
@@ -31,27 +32,67 @@ std::vector<float> const& Srgb16()
     return table;
 }
 
-// RGB of one texel to the 0..1 value stored for it.
-double Encode(double value, Coding coding)
+// Halves away from zero, as std::lround rounds, without the library call.
+template <int Max>
+int Quantize(double value)
 {
-    switch (coding) {
-    case Coding::Srgb:
-        return LinearToSrgb(value);
-    case Coding::Normal:
-        return (value + 1.0) * 0.5;
-    case Coding::Linear:
-        break;
-    }
-    return value;
+    double const scaled = std::clamp(value, 0.0, 1.0) * Max;
+    double const whole = std::floor(scaled);
+    return static_cast<int>(scaled - whole >= 0.5 ? whole + 1.0 : whole);
 }
+
+// 8-bit sRGB coding without a power per value: code k takes the linear
+// values from bounds[k - 1] = SrgbToLinear((k - 0.5) / 255) up to bounds[k],
+// exactly those that Quantize<255>(LinearToSrgb(v)) sends to k. A bucket
+// table gives the code at the start of v's 1/4096 of the range, and at most
+// a step or two along the bounds finishes the job.
+class Srgb8Encoder {
+public:
+    Srgb8Encoder()
+    {
+        for (std::size_t k = 0; k < bounds_.size(); ++k)
+            bounds_[k] = SrgbToLinear((double(k) + 0.5) / 255.0);
+        for (std::size_t b = 0; b < start_.size(); ++b)
+            start_[b] = static_cast<std::uint8_t>(
+                std::upper_bound(bounds_.begin(), bounds_.end(), double(b) / Buckets) - bounds_.begin());
+    }
+
+    std::uint8_t operator()(double linear) const
+    {
+        if (!(linear > 0.0)) // NaN too
+            return 0;
+        if (linear >= 1.0)
+            return 255;
+        unsigned code = start_[static_cast<std::size_t>(linear * Buckets)];
+        while (code < bounds_.size() && linear >= bounds_[code])
+            ++code;
+        return static_cast<std::uint8_t>(code);
+    }
+
+private:
+    static constexpr unsigned Buckets = 4096;
+    std::array<double, 255> bounds_{};
+    std::array<std::uint8_t, Buckets> start_{};
+};
 
 template <typename T, int Max>
 std::vector<T> ToUnorm(LinearImage const& image, Coding coding)
 {
+    static Srgb8Encoder const srgb8;
     std::vector<T> out(image.texels.size());
-    for (std::size_t i = 0; i < image.texels.size(); ++i) {
-        double const value = i % 4 == 3 ? image.texels[i] : Encode(image.texels[i], coding);
-        out[i] = static_cast<T>(std::lround(std::clamp(value, 0.0, 1.0) * Max));
+    for (std::size_t i = 0; i < image.texels.size(); i += 4) {
+        for (std::size_t c = i; c < i + 3; ++c) {
+            double const value = image.texels[c];
+            if (coding == Coding::Linear)
+                out[c] = static_cast<T>(Quantize<Max>(value));
+            else if (coding == Coding::Normal)
+                out[c] = static_cast<T>(Quantize<Max>((value + 1.0) * 0.5));
+            else if constexpr (Max == 255)
+                out[c] = srgb8(value);
+            else
+                out[c] = static_cast<T>(Quantize<Max>(LinearToSrgb(value)));
+        }
+        out[i + 3] = static_cast<T>(Quantize<Max>(image.texels[i + 3])); // alpha is linear
     }
     return out;
 }
