@@ -68,10 +68,10 @@ TEST_F(BatchPlanTest, FoldersKeepTheirStructureAndCollidingNamesKeepTheirExtensi
 {
     BatchOptions options = Options({"tex"}, "tex/out");
     options.recursive = true;
-    using Plan_ = std::vector<std::pair<std::string, std::string>>;
+    using Pairs = std::vector<std::pair<std::string, std::string>>;
     // Hidden files and folders, files the command does not take and an
     // earlier run's outputs inside the input folder are left out.
-    EXPECT_EQ(Plan(options), (Plan_{{"tex/a.png", "tex/out/a.png"},
+    EXPECT_EQ(Plan(options), (Pairs{{"tex/a.png", "tex/out/a.png"},
                                     {"tex/a.tga", "tex/out/a.tga"},
                                     {"tex/sub/b.png", "tex/out/sub/b"},
                                     {"tex/sub/deeper/c.png", "tex/out/sub/deeper/c"}}));
@@ -81,10 +81,11 @@ TEST_F(BatchPlanTest, FoldersKeepTheirStructureAndCollidingNamesKeepTheirExtensi
 
     // Named files go straight under --out-dir; the same file twice runs once.
     BatchOptions named = Options({"tex/sub/b.png", "tex/a.png", "tex/sub/../a.png"}, "out");
-    EXPECT_EQ(Plan(named), (Plan_{{"tex/sub/b.png", "out/b"}, {"tex/a.png", "out/a"}}));
+    EXPECT_EQ(Plan(named), (Pairs{{"tex/sub/b.png", "out/b"}, {"tex/a.png", "out/a"}}));
 
     // Without --out-dir, outputs sit beside their inputs.
-    EXPECT_EQ(Plan(Options({"tex/a.png", "tex/sub/b.png"})), (Plan_{{"tex/a.png", "tex/a"}, {"tex/sub/b.png", "tex/sub/b"}}));
+    EXPECT_EQ(Plan(Options({"tex/a.png", "tex/sub/b.png"})),
+              (Pairs{{"tex/a.png", "tex/a"}, {"tex/sub/b.png", "tex/sub/b"}}));
 }
 
 TEST_F(BatchPlanTest, WhatCannotWorkIsAUsageErrorBeforeAnyWork)

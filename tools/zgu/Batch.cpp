@@ -69,6 +69,15 @@ std::vector<Found> FilesOf(fs::path const& folder, BatchOptions const& options, 
     return found;
 }
 
+// A decoder's or importer's message may span lines; a batch reports one per file.
+std::string OneLine(std::string text)
+{
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    while (!text.empty() && text.back() == ' ')
+        text.pop_back();
+    return text;
+}
+
 double SecondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -264,7 +273,7 @@ int RunBatch(BatchOptions const& options, BatchCommand const& command)
             try {
                 outcome.result = command.run(files[i]);
             } catch (std::exception const& e) {
-                outcome.error = e.what();
+                outcome.error = OneLine(e.what());
             } catch (...) {
                 outcome.error = "an unknown error";
             }

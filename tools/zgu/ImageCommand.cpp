@@ -140,6 +140,19 @@ Target ResolveTarget(ImageOptions const& options, BatchFile const& file, bool fl
     return named(FolderOf(out), out.filename().string());
 }
 
+char const* CodingName(Coding coding)
+{
+    switch (coding) {
+    case Coding::Srgb:
+        return "srgb";
+    case Coding::Linear:
+        return "linear";
+    case Coding::Normal:
+        return "normal";
+    }
+    return "";
+}
+
 // What the level files or the KTX2 file hold.
 struct Settings {
     std::string format; // rgba8, rgba16f, rgba32f
@@ -249,22 +262,23 @@ void WriteLevels(Target const& target, Settings const& settings, std::vector<Lin
                  StagedOutputs& staged)
 {
     if (target.container == Container::Ktx2) {
-        Ktx2Format format = Ktx2Format::R32G32B32A32Sfloat;
+        Ktx2Format const format = settings.format == "rgba8"
+                                      ? (settings.coding == Coding::Srgb ? Ktx2Format::R8G8B8A8Srgb
+                                                                         : Ktx2Format::R8G8B8A8Unorm)
+                                  : settings.format == "rgba16f" ? Ktx2Format::R16G16B16A16Sfloat
+                                                                 : Ktx2Format::R32G32B32A32Sfloat;
         std::vector<std::vector<std::uint8_t>> bytes(chain.size());
         for (std::size_t level = 0; level < chain.size(); ++level) {
             auto const store = [&bytes, level](auto const& values) {
                 auto const* first = reinterpret_cast<std::uint8_t const*>(values.data());
                 bytes[level].assign(first, first + values.size() * sizeof(values[0]));
             };
-            if (settings.format == "rgba8") {
-                format = settings.coding == Coding::Srgb ? Ktx2Format::R8G8B8A8Srgb : Ktx2Format::R8G8B8A8Unorm;
-                store(ToUnorm8(chain[level], settings.coding));
-            } else if (settings.format == "rgba16f") {
-                format = Ktx2Format::R16G16B16A16Sfloat;
+            if (format == Ktx2Format::R16G16B16A16Sfloat)
                 store(ToFloat16(chain[level], settings.coding));
-            } else {
+            else if (format == Ktx2Format::R32G32B32A32Sfloat)
                 store(ToFloat32(chain[level], settings.coding));
-            }
+            else
+                store(ToUnorm8(chain[level], settings.coding));
         }
         std::vector<Ktx2Level> levels;
         for (std::size_t level = 0; level < chain.size(); ++level)
@@ -289,8 +303,9 @@ void WriteLevels(Target const& target, Settings const& settings, std::vector<Lin
 
 FileResult RunImageFile(ImageOptions const& options, BatchFile const& file, [[maybe_unused]] Gpu& gpu)
 {
-    DecodedImage decoded = DeserializeImage(RunIsolated(
-        "decoding " + Quoted(file.input), options.batch.Limits(), [&file] { return SerializeImage(DecodeImage(file.input)); }));
+    // stb meets the file in a child process: a crash or a bomb ends there.
+    DecodedImage decoded = DeserializeImage(RunIsolated("decoding " + Quoted(file.input), options.batch.Limits(),
+                                                        [&file] { return SerializeImage(DecodeImage(file.input)); }));
     Settings const settings = SettingsFor(options, decoded);
     Target const target = ResolveTarget(options, file, settings.format != "rgba8", decoded.type == SampleType::F32);
 
@@ -336,7 +351,7 @@ FileResult RunImageFile(ImageOptions const& options, BatchFile const& file, [[ma
     details["container_in"] = decoded.container;
     details["bits_in"] = decoded.type == SampleType::F32 ? 32 : decoded.type == SampleType::U16 ? 16 : 8;
     details["channels_in"] = decoded.fileChannels;
-    details["coding"] = settings.coding == Coding::Normal ? "normal" : settings.coding == Coding::Linear ? "linear" : "srgb";
+    details["coding"] = CodingName(settings.coding);
     details["alpha"] = !decoded.HasAlpha() ? "none" : settings.chain.alphaWeighted ? "weighted" : "separate";
     details["chain"] = options.gpu ? "gpu" : "host";
     details["format"] = settings.format;
@@ -359,7 +374,8 @@ void PrintImage(BatchFile const&, FileResult const& result)
     Table table({"level", "size", "file"});
     for (auto const& level : result.details["levels"])
         table.Add({std::to_string(level["level"].get<unsigned>()),
-                   std::to_string(level["width"].get<unsigned>()) + "x" + std::to_string(level["height"].get<unsigned>()),
+                   std::to_string(level["width"].get<unsigned>()) + "x" +
+                       std::to_string(level["height"].get<unsigned>()),
                    level["file"].get<std::string>()});
     table.Print(std::cout);
 }
@@ -388,7 +404,9 @@ int RunImage(ImageOptions const& options)
     command.writesBesideInputs = true;
     command.settings = {{"format", options.format},
                         {"to", options.to.empty() ? "auto" : options.to},
-                        {"coding", options.normalMap ? "normal" : options.linear ? "linear" : "srgb"},
+                        {"coding", CodingName(options.normalMap ? Coding::Normal
+                                              : options.linear  ? Coding::Linear
+                                                                : Coding::Srgb)},
                         {"separate_alpha", options.separateAlpha},
                         {"chain", options.gpu ? "gpu" : "host"}};
     command.run = [&options, gpu](BatchFile const& file) { return RunImageFile(options, file, *gpu); };
@@ -422,7 +440,8 @@ Command RegisterImageCommand(CLI::App& app, CLI::App*& subcommand)
                            "inputs, rgba32f for 16-bit and HDR inputs")
         ->check(CLI::IsMember({"auto", "rgba8", "rgba16f", "rgba32f"}))
         ->capture_default_str();
-    subcommand->add_flag("--linear", options->linear, "colour values are data, not sRGB: filter and store them as they are");
+    subcommand->add_flag("--linear", options->linear,
+                         "colour values are data, not sRGB: filter and store them as they are");
     subcommand->add_flag("--normal-map", options->normalMap,
                          "RGB holds unit vectors (0..1 for -1..1): average, renormalise every texel of every level");
     subcommand->add_flag("--separate-alpha", options->separateAlpha,

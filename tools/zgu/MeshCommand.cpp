@@ -114,7 +114,9 @@ void PrintMesh(MeshOptions const& options, FileResult const& result)
     }
     auto const count = [&report](char const* key) { return std::to_string(report[key].get<std::size_t>()); };
     auto const ratio = [&report](char const* key) { return Fixed(report[key].get<double>(), 3); };
-    auto const ms = [&report](char const* key) { return Fixed(report["seconds"][key].get<double>() * 1000.0, 1) + " ms"; };
+    auto const ms = [&report](char const* key) {
+        return Fixed(report["seconds"][key].get<double>() * 1000.0, 1) + " ms";
+    };
     Table table({"", "value"});
     table.Add({"triangles", count("triangles")});
     table.Add({"vertices in", count("vertices_in")});
@@ -133,7 +135,8 @@ void PrintMesh(MeshOptions const& options, FileResult const& result)
 int RunMesh(MeshOptions const& options)
 {
     std::error_code error;
-    bool const oneFile = options.batch.inputs.size() == 1 && !std::filesystem::is_directory(options.batch.inputs[0], error);
+    bool const oneFile =
+        options.batch.inputs.size() == 1 && !std::filesystem::is_directory(options.batch.inputs[0], error);
     if (!options.output.empty() && !oneFile)
         throw UsageError("-o names the output of one input; with several, use --out-dir");
     if (!options.output.empty() && !options.batch.outDir.empty())
