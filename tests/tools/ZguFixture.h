@@ -122,21 +122,23 @@ protected:
 
     fs::path Path(std::string const& name) const { return dir_ / name; }
 
-    // The shell command that runs zgu with `arguments` in the test's folder.
-    std::string Command(std::string const& arguments) const
+    // The shell command that runs zgu with `arguments` in the test's folder;
+    // `variables` are extra environment assignments, e.g. "NAME=value".
+    std::string Command(std::string const& arguments, std::string const& variables = "") const
     {
         // Mesa's driver leaks a few small blocks and is unloaded before
         // LeakSanitizer reports, so they cannot be suppressed by module; the
         // commands that open the device check its resource count instead.
         bool const opensDevice = arguments.rfind("mesh", 0) != 0;
         std::string const environment =
-            opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "";
+            (opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "") +
+            (variables.empty() ? "" : variables + " ");
         return "cd '" + dir_.string() + "' && " + environment + "exec '" ZGU_EXECUTABLE "' " + arguments;
     }
 
-    Result Run(std::string const& arguments) const
+    Result Run(std::string const& arguments, std::string const& variables = "") const
     {
-        std::string const command = Command(arguments) + " >stdout.txt 2>stderr.txt";
+        std::string const command = Command(arguments, variables) + " >stdout.txt 2>stderr.txt";
         int const status = std::system(command.c_str());
         Result result;
         result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

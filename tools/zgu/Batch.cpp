@@ -153,7 +153,7 @@ IsolationLimits BatchOptions::Limits() const
     return limits;
 }
 
-void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const& inputHelp)
+void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const& inputHelp, bool isolates)
 {
     command.add_option("IN", options.inputs, inputHelp)->required();
     command.add_flag("-r,--recursive", options.recursive, "take files from the folders' subfolders too");
@@ -167,6 +167,9 @@ void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const
     command.add_option("--report", options.report,
                        "write a JSON report on every file to FILE (- for stdout; schema in docs/zgu-report.md)")
         ->type_name("FILE");
+    command.add_flag("--force", options.force, "overwrite existing outputs");
+    if (!isolates)
+        return;
     command.add_option("--memory-limit", options.memoryLimitMiB,
                        "MiB a file's decoder or importer may allocate before it is stopped (0: no limit)")
         ->type_name("MIB")
@@ -177,7 +180,6 @@ void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const
         ->type_name("SECONDS")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
-    command.add_flag("--force", options.force, "overwrite existing outputs");
 }
 
 std::vector<BatchFile> PlanBatch(BatchOptions const& options, BatchCommand const& command)

@@ -36,7 +36,9 @@ struct BatchOptions {
     IsolationLimits Limits() const;
 };
 
-void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const& inputHelp);
+// `isolates`: the command runs its risky work through RunIsolated with
+// options.Limits(), so --memory-limit and --time-limit mean something.
+void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const& inputHelp, bool isolates);
 
 // One input file and where its outputs go.
 struct BatchFile {

@@ -194,22 +194,23 @@ std::vector<LinearImage> BuildMipChainOnGpu(DeviceThread& device, LinearImage le
     std::vector<std::vector<float>> levels(count);
 
     device.Run([&](Gl::GlDevice& gl) {
+        IGpu& gpu = gl; // the work goes through the contract; the GL device answers for diagnostics
         std::size_t const errorsBefore = gl.Errors().size();
         {
             ImageDesc const desc{size, Format::R32G32B32A32F, 1, 1,
                                  ImageUsage::ShaderResource | ImageUsage::CopySource | ImageUsage::CopyDestination};
-            ScopedResource<ImageId, IResourceFactory> uploaded(&gl, gl.CreateImage(desc));
+            ScopedResource<ImageId, IResourceFactory> uploaded(&gpu, gpu.CreateImage(desc));
             if (!uploaded.IsValid())
                 throw Failure("the device could not create a " + std::to_string(size.width) + "x" +
                               std::to_string(size.height) + " float texture");
-            FillRgbaTexture(gl, uploaded.Get(), {}, array_view<float const>(upload));
-            MipMapBuilder builder(gl);
+            FillRgbaTexture(gpu, uploaded.Get(), {}, array_view<float const>(upload));
+            MipMapBuilder builder(gpu);
             auto chain = builder.BuildMipMapChain(uploaded.Get(), 0, ImageUsage::ShaderResource);
-            if (!chain.IsValid() || gl.GetImageDescription(chain.Get()).mipLevels != count)
+            if (!chain.IsValid() || gpu.GetImageDescription(chain.Get()).mipLevels != count)
                 throw Failure("the device could not create the mip chain");
             for (unsigned level = 0; level < count; ++level) {
                 Size const extent = CalculateMipLevelSize(size, level);
-                levels[level] = GetR32G32B32A32F(gl, chain.Get(), SubImage{level, 0});
+                levels[level] = GetR32G32B32A32F(gpu, chain.Get(), SubImage{level, 0});
                 if (levels[level].size() != std::size_t(extent.width) * extent.height * 4)
                     throw Failure("reading back mip level " + std::to_string(level) + " failed");
             }
@@ -451,7 +452,8 @@ Command RegisterImageCommand(CLI::App& app, CLI::App*& subcommand)
                          "even extents, but odd extents drop edge texels and normals are renormalised only per "
                          "output level");
     AddBatchOptions(*subcommand, options->batch,
-                    "input images (PNG of 8 or 16 bits, JPEG, TGA, BMP, HDR, PSD, GIF, PIC, PNM) or folders of them");
+                    "input images (PNG of 8 or 16 bits, JPEG, TGA, BMP, HDR, PSD, GIF, PIC, PNM) or folders of them",
+                    true);
     return [options] { return RunImage(*options); };
 }
 

@@ -90,7 +90,7 @@ FileResult RunMeshFile(MeshOptions const& options, BatchFile const& file)
     report["vertices_out"] = prepared.OutputVertexCount();
     report["submeshes"] = prepared.submeshes.size();
     auto& perSubmesh = report["submesh_vertices"] = nlohmann::ordered_json::array();
-    for (Submesh const& sub : prepared.submeshes)
+    for (Rendering::Submesh const& sub : prepared.submeshes)
         perSubmesh.push_back(sub.vertices.size());
     report["crease_degrees"] = options.creaseDegrees;
     report["cache_size"] = options.cacheSize;
@@ -126,7 +126,7 @@ void PrintMesh(MeshOptions const& options, FileResult const& result)
     table.Add({"ATVR before / after", ratio("atvr_before") + " / " + ratio("atvr_after")});
     table.Add({"import", ms("import")});
     table.Add({"normals + remap", ms("normals")});
-    table.Add({"tipsify", ms("reorder")});
+    table.Add({"split + tipsify", ms("reorder")});
     if (!report["output"].is_null())
         table.Add({"export", ms("export")});
     table.Print(std::cout);
@@ -178,7 +178,7 @@ Command RegisterMeshCommand(CLI::App& app, CLI::App*& subcommand)
         ->capture_default_str();
     subcommand->add_flag("--json", options->json, "print one file's report as JSON");
     AddBatchOptions(*subcommand, options->batch,
-                    "input meshes (OBJ, PLY, STL, glTF, ... anything Assimp reads) or folders of them");
+                    "input meshes (OBJ, PLY, STL, glTF, ... anything Assimp reads) or folders of them", false);
     return [options] { return RunMesh(*options); };
 }
 
