@@ -47,9 +47,8 @@ TEST_P(ImageReadback, ViewFormsCheckTheirSizeBeforeTouchingTheImage)
 
 // Every entry point asks for the description once and passes it down, so a
 // direct read is one description, one map, one unmap.
-TEST_P(ImageReadback, EveryEntryPointReadsTheDescriptionOnce)
+TEST_P(ImageReadbackRecorded, EveryEntryPointReadsTheDescriptionOnce)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     ScopedImage image = MakeImage(Gpu(), {2, 2, 0}, Format::R8G8B8A8, HostReadWrite);
     ImageId const id = image.Get();
     std::vector<float> floats(16);
