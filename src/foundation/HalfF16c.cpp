@@ -13,6 +13,7 @@
 
 #if defined(__x86_64__) || defined(__i386__)
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 #include <algorithm>
@@ -169,10 +170,17 @@ private:
 
 } // namespace
 
+// The compilers' processor checks include the operating system's support for
+// the wider registers; F16C is asked of cpuid itself, as not every compiler
+// knows its name.
 bool HasF16cKernels() noexcept
 {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("f16c") && __builtin_cpu_supports("avx2");
+    unsigned eax = 0;
+    unsigned ebx = 0;
+    unsigned ecx = 0;
+    unsigned edx = 0;
+    return __builtin_cpu_supports("avx2") && __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_F16C) != 0;
 }
 
 bool HasAvx512Kernels() noexcept
