@@ -29,8 +29,8 @@ constexpr int TowardZero = _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC;
 // that needs patching is converted again from its input.
 constexpr std::size_t FloatBlock = 256;
 
-// The instructions raise overflow, underflow, invalid and inexact where the
-// tables raise nothing. While a guard lives, those exceptions are masked, so
+// Converting floats to halves raises overflow, underflow, invalid and inexact
+// where the tables raise nothing. While a guard lives, those exceptions are masked, so
 // a caller that unmasked them does not trap here; the caller's status flags
 // are put back when it ends. Rounding and flush-to-zero modes do not matter:
 // the rounding is in the instruction, and F16C ignores flush-to-zero and
@@ -151,10 +151,14 @@ private:
 // ---- half -> float --------------------------------------------------------
 
 // The instruction's eight floats with the tables' bits in every NaN lane: the
-// payload shifted under the all-ones exponent, its quiet bit as it was.
+// payload shifted under the all-ones exponent, its quiet bit as it was. NaN
+// lanes reach the instruction as zeros: a signalling NaN is the one input on
+// which it raises an exception, so this direction needs no guard.
 [[gnu::target("avx2,f16c")]] __m256 HalfToFloatEight(__m128i packed) noexcept
 {
-    __m256 const converted = _mm256_cvtph_ps(packed);
+    __m128i const nanHalves =
+        _mm_cmpgt_epi16(_mm_and_si128(packed, _mm_set1_epi16(0x7FFF)), _mm_set1_epi16(0x7C00));
+    __m256 const converted = _mm256_cvtph_ps(_mm_andnot_si128(nanHalves, packed));
     __m256i const h = _mm256_cvtepu16_epi32(packed);
     __m256i const nan = _mm256_cmpgt_epi32(_mm256_and_si256(h, _mm256_set1_epi32(0x7FFF)), _mm256_set1_epi32(0x7C00));
     __m256i const sign = _mm256_slli_epi32(_mm256_and_si256(h, _mm256_set1_epi32(0x8000)), 16);
@@ -215,10 +219,11 @@ bool HasAvx512Kernels() noexcept
 }
 
 // Thirty-two halves a step: the NaN test is made on two 256-bit loads of the
-// halves, the conversions read the same memory again.
+// halves, the conversions read the same memory again. Without NaNs the
+// instruction raises nothing (subnormal halves included), so the floating-point
+// environment is left alone.
 [[gnu::target("avx2,f16c")]] void HalfToFloatF16c(unsigned short const* from, float* to, std::size_t n) noexcept
 {
-    QuietExceptions const quiet;
     __m256i const noSign = _mm256_set1_epi16(0x7FFF);
     __m256i const infinity = _mm256_set1_epi16(0x7C00);
     std::size_t i = 0;
