@@ -77,10 +77,17 @@ private:
     return _mm256_castsi256_si128(packed);
 }
 
+// A block again, patching only the groups of eight whose results ask for it.
 [[gnu::target("avx2,f16c")]] void FloatToHalfPatched(float const* from, unsigned short* to, std::size_t n) noexcept
 {
-    for (std::size_t i = 0; i < n; i += 8)
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), FloatToHalfEight(_mm256_loadu_ps(from + i)));
+    for (std::size_t i = 0; i < n; i += 8) {
+        __m256 const x = _mm256_loadu_ps(from + i);
+        __m128i halves = _mm256_cvtps_ph(x, TowardZero);
+        __m128i const suspect = _mm_cmpgt_epi16(_mm_and_si128(halves, _mm_set1_epi16(0x7FFF)), _mm_set1_epi16(0x7BFE));
+        if (_mm_movemask_epi8(suspect) != 0)
+            halves = FloatToHalfEight(x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), halves);
+    }
 }
 
 // Fewer than a whole group: through a zero-padded copy.
