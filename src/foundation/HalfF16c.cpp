@@ -30,11 +30,11 @@ constexpr int TowardZero = _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC;
 constexpr std::size_t FloatBlock = 256;
 
 // Converting floats to halves raises overflow, underflow, invalid and inexact
-// where the tables raise nothing. While a guard lives, those exceptions are masked, so
-// a caller that unmasked them does not trap here; the caller's status flags
-// are put back when it ends. Rounding and flush-to-zero modes do not matter:
-// the rounding is in the instruction, and F16C ignores flush-to-zero and
-// denormals-are-zero.
+// where the tables raise nothing. While a guard lives those exceptions are
+// masked, so a caller that unmasked them does not trap here, and the caller's
+// status flags are put back when it ends. Rounding and flush-to-zero modes do
+// not matter: the rounding is in the instruction, and F16C ignores
+// flush-to-zero and denormals-are-zero.
 class QuietExceptions {
 public:
     QuietExceptions() noexcept : saved_(_mm_getcsr())
