@@ -59,6 +59,45 @@ Mesh MakeShuffledGrid(unsigned int side)
     return mesh;
 }
 
+Mesh MakeShuffledHeightField(unsigned int side)
+{
+    Mesh mesh;
+    mesh.name = "field";
+    mesh.name.append(std::to_string(side));
+    std::size_t const n = std::size_t{side} * side;
+
+    std::mt19937_64 random(0xF1E1D000u + side);
+    std::vector<std::uint32_t> number(n);
+    std::iota(number.begin(), number.end(), 0u);
+    std::shuffle(number.begin(), number.end(), random);
+
+    // Gentle hills over a square of side 10: neighbouring faces differ by
+    // well under a degree.
+    mesh.positions.resize(n);
+    float const step = 10.0f / static_cast<float>(side - 1);
+    for (unsigned int y = 0; y < side; ++y)
+        for (unsigned int x = 0; x < side; ++x) {
+            float const fx = static_cast<float>(x) * step;
+            float const fy = static_cast<float>(y) * step;
+            float const h = 0.6f * std::sin(0.9f * fx) * std::cos(0.7f * fy);
+            mesh.positions[number[std::size_t{y} * side + x]] = Point{{fx, fy, h}};
+        }
+
+    mesh.triangles.reserve(2 * std::size_t{side - 1} * (side - 1));
+    for (unsigned int y = 0; y + 1 < side; ++y)
+        for (unsigned int x = 0; x + 1 < side; ++x) {
+            std::uint32_t const a = number[std::size_t{y} * side + x];
+            std::uint32_t const b = number[std::size_t{y} * side + x + 1];
+            std::uint32_t const c = number[std::size_t{y + 1} * side + x];
+            std::uint32_t const d = number[std::size_t{y + 1} * side + x + 1];
+            mesh.triangles.push_back({a, b, d});
+            mesh.triangles.push_back({a, d, c});
+        }
+    std::shuffle(mesh.triangles.begin(), mesh.triangles.end(), random);
+    NameTriangleCount(mesh);
+    return mesh;
+}
+
 std::string DataDirectory()
 {
     if (char const* dir = std::getenv("ZGU_BENCH_DATA"); dir != nullptr && *dir != '\0')

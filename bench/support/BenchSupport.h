@@ -29,6 +29,11 @@ struct Mesh {
 // input has no locality to start from.
 Mesh MakeShuffledGrid(unsigned int side);
 
+// side x side vertices of a smooth height field (no creases, so normals
+// remapping keeps every vertex), vertex numbers and triangle order shuffled
+// with a fixed seed.
+Mesh MakeShuffledHeightField(unsigned int side);
+
 // Folder holding fetched meshes: $ZGU_BENCH_DATA, else bench/data of the source tree.
 std::string DataDirectory();
 

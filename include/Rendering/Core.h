@@ -163,6 +163,27 @@ private:
     std::uint64_t value_ = ~std::uint64_t{0};
 };
 
+// A handle kept in a 32-bit record field (the views of BindingState): only
+// the low 32 bits of the Id travel, all ones when empty. A device whose
+// handles may land in such a field must let those bits alone name the
+// resource and tell a stale one (ours put a short generation in them).
+template <typename Tag>
+class PackedId {
+public:
+    constexpr PackedId() noexcept = default;
+    // Implicit, so that a field takes a handle as the device returned it.
+    constexpr PackedId(Id<Tag, 32> id) noexcept : handle_(id.Handle()) {} // NOLINT
+    constexpr explicit PackedId(std::uint32_t handle) noexcept : handle_(handle) {}
+
+    constexpr std::uint32_t Handle() const noexcept { return handle_; }
+    constexpr bool IsValid() const noexcept { return handle_ != ~std::uint32_t{0}; }
+
+    friend constexpr bool operator==(PackedId, PackedId) noexcept = default;
+
+private:
+    std::uint32_t handle_ = ~std::uint32_t{0};
+};
+
 using ImageId = Id<detail::ImageTag, 32>;
 using BufferId = Id<detail::BufferTag, 32>;
 using ShaderId = Id<detail::ShaderTag, 32>;
@@ -171,6 +192,9 @@ using SrvId = Id<detail::SrvTag, 32>;
 using RtvId = Id<detail::RtvTag, 32>;
 using SamplerId = Id<detail::SamplerTag, 32>;
 using QueryId = Id<detail::QueryTag, 32>;
+using PackedRtvId = PackedId<detail::RtvTag>;
+
+static_assert(sizeof(ImageId) == 8 && sizeof(PackedRtvId) == 4, "handles are 64-bit values, packed ones 32-bit");
 
 // Owns one device resource: {owner, id}. Release calls the owner's destroy
 // operation for that kind of resource (found by ReleaseResource overloads in
@@ -272,6 +296,10 @@ struct ImageDesc {
     friend constexpr bool operator==(ImageDesc const&, ImageDesc const&) = default;
 };
 
+static_assert(sizeof(Size) == 12 && offsetof(Size, height) == 4 && offsetof(Size, depth) == 8);
+static_assert(sizeof(ImageDesc) == 28 && offsetof(ImageDesc, format) == 12 && offsetof(ImageDesc, sampleCount) == 16 &&
+              offsetof(ImageDesc, mipLevels) == 20 && offsetof(ImageDesc, flags) == 24);
+
 // One part of an image: a mip level and an array slice (cube face).
 // The default {0, 0} addresses the whole top level.
 struct SubImage {
@@ -280,6 +308,8 @@ struct SubImage {
 
     friend constexpr bool operator==(SubImage const&, SubImage const&) = default;
 };
+
+static_assert(sizeof(SubImage) == 8 && offsetof(SubImage, arraySlice) == 4);
 
 // Non-owning view of contiguous elements: a pointer and a 64-bit count.
 // array_view<T const> is used for input, array_view<T> for output.

@@ -14,6 +14,7 @@
 #include <Rendering/Vertex.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -22,6 +23,10 @@ namespace Zorvan::Rendering {
 // ---------------------------------------------------------------------------
 // Records
 // ---------------------------------------------------------------------------
+
+// The sizes and offsets asserted after each record are part of the contract:
+// a device may hand these records to its API or across a process boundary as
+// they are, so a reordered or widened field must not compile.
 
 namespace BufferUsage {
 inline constexpr std::uint32_t Vertex = 0x01;
@@ -33,10 +38,12 @@ inline constexpr std::uint32_t Dynamic = 0x20;
 
 struct BufferDescription {
     std::uint32_t size = 0; // bytes
-    std::uint32_t flags = 0;
+    std::uint32_t flags = 0; // BufferUsage bits
 
     friend constexpr bool operator==(BufferDescription const&, BufferDescription const&) = default;
 };
+
+static_assert(sizeof(BufferDescription) == 8 && offsetof(BufferDescription, flags) == 4);
 
 // Map access modes.
 namespace MapMode {
@@ -58,8 +65,8 @@ inline constexpr std::uint32_t Geometry = 8;
 inline constexpr std::uint32_t Fragment = 16;
 } // namespace ShaderStage
 
-// Source texts in the library's portable shader dialect, one per stage;
-// unused stages are empty. One CreateShader call makes one program.
+// Source texts in the library's portable shader dialect (docs/shader-dialect.md),
+// one per stage; unused stages are empty. One CreateShader call makes one program.
 struct ShaderDescription {
     std::string vertex;
     std::string tessellationControl;
@@ -70,7 +77,7 @@ struct ShaderDescription {
     friend bool operator==(ShaderDescription const&, ShaderDescription const&) = default;
 };
 
-// Counts of 0 mean "all of the resource".
+// Counts of 0 mean "all of the resource from the first level or slice on".
 struct ShaderResourceViewDescription {
     std::uint32_t firstMipLevel = 0;
     std::uint32_t mipLevelCount = 0;
@@ -80,6 +87,11 @@ struct ShaderResourceViewDescription {
     friend constexpr bool operator==(ShaderResourceViewDescription const&,
                                      ShaderResourceViewDescription const&) = default;
 };
+
+static_assert(sizeof(ShaderResourceViewDescription) == 16 &&
+              offsetof(ShaderResourceViewDescription, mipLevelCount) == 4 &&
+              offsetof(ShaderResourceViewDescription, firstArraySlice) == 8 &&
+              offsetof(ShaderResourceViewDescription, arraySliceCount) == 12);
 
 struct RenderTargetViewDescription {
     std::uint32_t mipLevel = 0;
@@ -93,6 +105,12 @@ struct RenderTargetViewDescription {
                                      RenderTargetViewDescription const&) = default;
 };
 
+static_assert(sizeof(RenderTargetViewDescription) == 24 && offsetof(RenderTargetViewDescription, firstPlane) == 4 &&
+              offsetof(RenderTargetViewDescription, planeCount) == 8 &&
+              offsetof(RenderTargetViewDescription, firstArraySlice) == 12 &&
+              offsetof(RenderTargetViewDescription, arraySliceCount) == 16 &&
+              offsetof(RenderTargetViewDescription, reserved) == 20);
+
 // What a device reports about an existing render-target view.
 struct RenderTargetViewInfo {
     Format format = Format::None;
@@ -104,21 +122,25 @@ struct RenderTargetViewInfo {
     friend constexpr bool operator==(RenderTargetViewInfo const&, RenderTargetViewInfo const&) = default;
 };
 
-namespace SamplerFilter {
-inline constexpr std::uint32_t Nearest = 0;
-inline constexpr std::uint32_t Linear = 1;
-} // namespace SamplerFilter
-namespace SamplerAddress {
-inline constexpr std::uint32_t Repeat = 0;
-inline constexpr std::uint32_t Clamp = 1;
-} // namespace SamplerAddress
+enum class SamplerFilter : std::uint32_t {
+    Nearest = 0,
+    Linear = 1,  // bilinear within a level
+};
 
+enum class SamplerAddress : std::uint32_t {
+    Repeat = 0,
+    Clamp = 1,   // coordinates outside [0, 1] read the edge texel
+};
+
+// The only sampler the library makes is this default one.
 struct SamplerDescription {
-    std::uint32_t filter = SamplerFilter::Linear;
-    std::uint32_t addressMode = SamplerAddress::Clamp;
+    SamplerFilter filter = SamplerFilter::Linear;
+    SamplerAddress addressMode = SamplerAddress::Clamp;
 
     friend constexpr bool operator==(SamplerDescription const&, SamplerDescription const&) = default;
 };
+
+static_assert(sizeof(SamplerDescription) == 8 && offsetof(SamplerDescription, addressMode) == 4);
 
 // One buffer per vertex-buffer slot; invalid = none.
 struct VertexBufferBindings {
@@ -127,112 +149,164 @@ struct VertexBufferBindings {
     friend constexpr bool operator==(VertexBufferBindings const&, VertexBufferBindings const&) = default;
 };
 
-namespace PrimitiveTopology {
-inline constexpr std::uint64_t Points = 0;
-inline constexpr std::uint64_t Lines = 1;
-inline constexpr std::uint64_t Triangles = 2;
-inline constexpr std::uint64_t TriangleStrip = 3;
-} // namespace PrimitiveTopology
+static_assert(sizeof(VertexBufferBindings) == 32);
 
-namespace FillMode {
-inline constexpr std::uint64_t Wireframe = 0;
-inline constexpr std::uint64_t Solid = 1;
-} // namespace FillMode
+// How vertices assemble into primitives.
+enum class PrimitiveTopology : std::uint64_t {
+    Points = 0,
+    Lines = 1,          // every two vertices
+    Triangles = 2,      // every three vertices
+    TriangleStrip = 3,  // each vertex after the second closes a triangle with the two before it
+};
 
-namespace CullMode {
-inline constexpr std::uint32_t None = 0;
-inline constexpr std::uint32_t Back = 1;
-inline constexpr std::uint32_t Front = 2;
-} // namespace CullMode
+enum class FillMode : std::uint64_t {
+    Wireframe = 0,      // polygon edges only
+    Solid = 1,
+};
 
-// Depth and stencil comparisons. 0 lets every fragment pass.
-namespace Comparison {
-inline constexpr std::uint32_t Always = 0;
-inline constexpr std::uint32_t Never = 1;
-inline constexpr std::uint32_t Less = 2;
-inline constexpr std::uint32_t LessEqual = 3;
-inline constexpr std::uint32_t Equal = 4;
-inline constexpr std::uint32_t Greater = 5;
-inline constexpr std::uint32_t GreaterEqual = 6;
-inline constexpr std::uint32_t NotEqual = 7;
-} // namespace Comparison
+// Which triangles are discarded by the way they face.
+enum class CullMode : std::uint32_t {
+    None = 0,
+    Back = 1,
+    Front = 2,
+};
 
-namespace BlendFactor {
-inline constexpr std::uint32_t Zero = 0;
-inline constexpr std::uint32_t One = 1;
-inline constexpr std::uint32_t SourceAlpha = 2;
-inline constexpr std::uint32_t OneMinusSourceAlpha = 3;
-} // namespace BlendFactor
+// Depth and stencil tests: the fragment's value (depth, or the stencil
+// reference) compared with the stored one. Always lets every fragment pass.
+enum class Comparison : std::uint32_t {
+    Always = 0,
+    Never = 1,
+    Less = 2,
+    LessEqual = 3,
+    Equal = 4,
+    Greater = 5,
+    GreaterEqual = 6,
+    NotEqual = 7,
+};
 
-namespace BlendOperation {
-inline constexpr std::uint32_t Add = 1;
-inline constexpr std::uint32_t Subtract = 2;
-inline constexpr std::uint32_t Min = 3;
-inline constexpr std::uint32_t Max = 4;
-} // namespace BlendOperation
+// What a fragment passing the stencil test does to the stored stencil value.
+enum class StencilOperation : std::uint32_t {
+    Keep = 0,
+    Replace = 1,        // writes the reference value
+};
+
+// Weights of the fragment's colour (source) and the target's (destination).
+enum class BlendFactor : std::uint32_t {
+    Zero = 0,
+    One = 1,
+    SourceAlpha = 2,
+    OneMinusSourceAlpha = 3,
+};
+
+// How the weighted source and destination colours combine.
+enum class BlendOperation : std::uint32_t {
+    Add = 1,
+    Subtract = 2,       // source minus destination
+    Min = 3,
+    Max = 4,
+};
 
 // Everything a draw needs besides its bindings. Library operations start from
-// these defaults and change only the fields they name.
+// these defaults and change only the fields they name (the MSAA resolver sets
+// depthComparison to Always; the library sets nothing in the reserved words).
 struct PipelineStateDescription {
-    InputLayout inputLayout{};
-    std::array<std::uint64_t, 2> reserved{};
-    ShaderId shader{};
+    InputLayout inputLayout{};                              // vertex attributes; empty: the shader makes its vertices
+    std::array<std::uint64_t, 2> reserved{};                // the library leaves them 0
+    ShaderId shader{};                                      // the program from CreateShader
 
-    std::uint64_t topology = PrimitiveTopology::Triangles; // state value A
-    std::uint64_t fillMode = FillMode::Solid;              // state value B
+    PrimitiveTopology topology = PrimitiveTopology::Triangles;
+    FillMode fillMode = FillMode::Solid;
 
-    std::uint32_t cullMode = CullMode::None;
-    std::uint32_t frontClockwise = 0;   // 0: counter-clockwise triangles face forward
-    float depthBias = 0.0f;
-    float slopeScaledDepthBias = 0.0f;
+    // Rasterization.
+    CullMode cullMode = CullMode::None;
+    std::uint32_t frontClockwise = 0;                       // 0: counter-clockwise triangles face forward
+    float depthBias = 0.0f;                                 // constant depth offset, in smallest depth steps
+    float slopeScaledDepthBias = 0.0f;                      // depth offset per unit of depth slope
 
-    std::uint8_t stencilReadMask = 255;                    // state byte C
-    std::uint32_t depthComparison = Comparison::Less;      // state value D
-    std::uint8_t depthWriteEnable = 1;                     // state byte E
+    std::uint8_t stencilReadMask = 255;                     // stencil bits the stencil test compares
+    Comparison depthComparison = Comparison::Less;          // the depth test, while a depth view is bound
+    std::uint8_t depthWriteEnable = 1;                      // passing fragments write their depth
 
-    std::uint32_t blendEnable = 0;
-    std::uint32_t blendDestination = BlendFactor::Zero;
-    std::uint32_t stencilEnable = 0;
-    std::uint32_t stencilComparison = Comparison::Always;
-    std::uint32_t stencilPassOperation = 0;                // 0 keep, 1 replace
-    std::uint32_t stencilReference = 0;
+    std::uint32_t blendEnable = 0;                          // non-zero: colours blend into the target
+    BlendFactor blendDestination = BlendFactor::Zero;       // weight of the target's colour
+    std::uint32_t stencilEnable = 0;                        // non-zero: the stencil test runs
+    Comparison stencilComparison = Comparison::Always;      // reference against the stored stencil value
+    StencilOperation stencilPassOperation = StencilOperation::Keep;
+    std::uint32_t stencilReference = 0;                     // reference of the stencil test
 
-    std::uint8_t stencilWriteMask = 255;                   // state byte F
-    std::uint32_t blendSource = BlendFactor::One;          // state value G
-    std::uint32_t blendOperation = BlendOperation::Add;    // state value H
-    std::uint8_t colorWriteEnable = 1;                     // state byte I
+    std::uint8_t stencilWriteMask = 255;                    // stencil bits a passing fragment may change
+    BlendFactor blendSource = BlendFactor::One;             // weight of the fragment's colour
+    BlendOperation blendOperation = BlendOperation::Add;    // how the weighted colours combine
+    std::uint8_t colorWriteEnable = 1;                      // fragments write colour at all
 
-    std::array<Format, 4> renderTargetFormats{};
-    Format depthStencilFormat = Format::None;
-    std::uint32_t sampleCount = 1;
+    std::array<Format, 4> renderTargetFormats{};            // format of the view bound at each colour slot
+    Format depthStencilFormat = Format::None;               // format of the depth-stencil view; None: no depth
+    std::uint32_t sampleCount = 1;                          // samples per pixel of the bound targets
+
+    // Attribute names compare as AttributeDesc's do; floats by value.
+    friend constexpr bool operator==(PipelineStateDescription const&, PipelineStateDescription const&) = default;
 };
+
+static_assert(sizeof(PipelineStateDescription) == 456);
+static_assert(offsetof(PipelineStateDescription, reserved) == 320 && offsetof(PipelineStateDescription, shader) == 336 &&
+              offsetof(PipelineStateDescription, topology) == 344 && offsetof(PipelineStateDescription, fillMode) == 352);
+static_assert(offsetof(PipelineStateDescription, cullMode) == 360 &&
+              offsetof(PipelineStateDescription, frontClockwise) == 364 &&
+              offsetof(PipelineStateDescription, depthBias) == 368 &&
+              offsetof(PipelineStateDescription, slopeScaledDepthBias) == 372);
+static_assert(offsetof(PipelineStateDescription, stencilReadMask) == 376 &&
+              offsetof(PipelineStateDescription, depthComparison) == 380 &&
+              offsetof(PipelineStateDescription, depthWriteEnable) == 384);
+static_assert(offsetof(PipelineStateDescription, blendEnable) == 388 &&
+              offsetof(PipelineStateDescription, blendDestination) == 392 &&
+              offsetof(PipelineStateDescription, stencilEnable) == 396 &&
+              offsetof(PipelineStateDescription, stencilComparison) == 400 &&
+              offsetof(PipelineStateDescription, stencilPassOperation) == 404 &&
+              offsetof(PipelineStateDescription, stencilReference) == 408);
+static_assert(offsetof(PipelineStateDescription, stencilWriteMask) == 412 &&
+              offsetof(PipelineStateDescription, blendSource) == 416 &&
+              offsetof(PipelineStateDescription, blendOperation) == 420 &&
+              offsetof(PipelineStateDescription, colorWriteEnable) == 424);
+static_assert(offsetof(PipelineStateDescription, renderTargetFormats) == 428 &&
+              offsetof(PipelineStateDescription, depthStencilFormat) == 444 &&
+              offsetof(PipelineStateDescription, sampleCount) == 448);
 
 struct ConstantBufferBinding {
     BufferId buffer{};
-    std::uint32_t stages = 0;
+    std::uint32_t stages = 0;         // ShaderStage bits that read it
 
     friend constexpr bool operator==(ConstantBufferBinding const&, ConstantBufferBinding const&) = default;
 };
 
+static_assert(sizeof(ConstantBufferBinding) == 16 && offsetof(ConstantBufferBinding, stages) == 8);
+
 struct TextureBinding {
     SrvId view{};
     SamplerId sampler{};              // invalid: unfiltered fetches only
-    std::uint32_t stages = 0;
+    std::uint32_t stages = 0;         // ShaderStage bits that read it
 
     friend constexpr bool operator==(TextureBinding const&, TextureBinding const&) = default;
 };
 
-// Every resource the next draw reads or writes; all slots start empty.
+static_assert(sizeof(TextureBinding) == 24 && offsetof(TextureBinding, sampler) == 8 &&
+              offsetof(TextureBinding, stages) == 16);
+
+// Every resource the next draw reads or writes; all slots start empty. The
+// views travel as the low 32 bits of their handles (PackedId).
 struct BindingState {
-    std::array<ConstantBufferBinding, 8> constantBuffers{};
-    std::array<TextureBinding, 16> textures{};
-    std::uint32_t reserved = 0;
-    std::array<RtvId, 8> renderTargets{};
-    RtvId depthStencil{};             // a render-target view of a depth image
-    RtvId reservedView{};
+    std::array<ConstantBufferBinding, 8> constantBuffers{}; // by CBUFFER slot
+    std::array<TextureBinding, 16> textures{};              // by TEXTURE_2D / TEXTURE_2DMS slot
+    std::uint32_t reserved = 0;                             // the library leaves it 0
+    std::array<PackedRtvId, 8> renderTargets{};             // colour targets, by fragment output target
+    PackedRtvId depthStencil{};                             // a render-target view of a depth image
+    PackedRtvId reservedView{};                             // the library leaves it empty
 
     friend constexpr bool operator==(BindingState const&, BindingState const&) = default;
 };
+
+static_assert(sizeof(BindingState) == 560 && offsetof(BindingState, textures) == 128 &&
+              offsetof(BindingState, reserved) == 512 && offsetof(BindingState, renderTargets) == 516 &&
+              offsetof(BindingState, depthStencil) == 548 && offsetof(BindingState, reservedView) == 552);
 
 // A mapped image level. Pitches are bytes and may be negative (bottom-up).
 struct MappedImage {
@@ -240,6 +314,9 @@ struct MappedImage {
     std::int32_t rowPitch = 0;
     std::int32_t slicePitch = 0;
 };
+
+static_assert(sizeof(MappedImage) == 16 && offsetof(MappedImage, rowPitch) == 8 &&
+              offsetof(MappedImage, slicePitch) == 12);
 
 // ---------------------------------------------------------------------------
 // Interfaces
@@ -320,6 +397,12 @@ public:
     // Never blocks: reports what is available (a frequency query reads 0
     // while no usable result exists).
     virtual std::uint64_t GetQueryResult(QueryId query) = 0;
+    // Draws indexCount 32-bit indices read from indexBuffer (made with
+    // BufferUsage::Index) from index firstIndex on, with the bound pipeline
+    // state. The library itself never calls it; renderers built on the
+    // contract (zgu's demo) draw their meshes with it.
+    virtual void DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId indexBuffer,
+                             std::uint32_t indexCount, std::uint32_t firstIndex) = 0;
 
 protected:
     ICommandContext() = default;

@@ -8,6 +8,7 @@
 #include <Rendering/Format.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -19,9 +20,30 @@ class IResourceFactory;
 // Attribute layouts
 // ---------------------------------------------------------------------------
 
+namespace detail {
+inline constexpr std::size_t AttributeNameLength = 200;
+
+// Semantic names are the same when they are the same pointer, or both
+// non-null and equal in their first 200 characters (deliberately: names that
+// agree that far are one name).
+constexpr bool SameAttributeName(char const* a, char const* b) noexcept
+{
+    if (a == b)
+        return true;
+    if (a == nullptr || b == nullptr)
+        return false;
+    for (std::size_t i = 0; i < AttributeNameLength; ++i) {
+        if (a[i] != b[i])
+            return false;
+        if (a[i] == '\0')
+            return true;
+    }
+    return true;
+}
+} // namespace detail
+
 // One vertex attribute. A null name marks an empty entry; format None an
 // attribute without data; offset 0 means "place automatically".
-// Names are compared by pointer, else over at most 200 characters.
 struct AttributeDesc {
     char const* name = nullptr;
     std::uint32_t index = 0;         // semantic index
@@ -29,10 +51,23 @@ struct AttributeDesc {
     std::uint32_t offset = 0;        // bytes inside the slot's vertex; 0 = automatic
     std::uint32_t slot = 0;          // vertex-buffer slot 0..3
     std::uint32_t extra = 0;         // device-defined; ordered and compared, zeroed by the library
+
+    // Every field equal, names by the rule of detail::SameAttributeName.
+    friend constexpr bool operator==(AttributeDesc const& a, AttributeDesc const& b) noexcept
+    {
+        return a.index == b.index && a.format == b.format && a.offset == b.offset && a.slot == b.slot &&
+               a.extra == b.extra && detail::SameAttributeName(a.name, b.name);
+    }
 };
+
+static_assert(sizeof(void*) == 8, "the device records are laid out for 64-bit pointers");
+static_assert(sizeof(AttributeDesc) == 32 && offsetof(AttributeDesc, index) == 8 &&
+              offsetof(AttributeDesc, format) == 12 && offsetof(AttributeDesc, offset) == 16 &&
+              offsetof(AttributeDesc, slot) == 20 && offsetof(AttributeDesc, extra) == 24);
 
 // Exactly ten entries. Present = non-null name; active = present with a format.
 using InputLayout = std::array<AttributeDesc, 10>;
+static_assert(sizeof(InputLayout) == 320);
 
 struct VertexDescription {
     std::uint8_t positionCount = 0;
@@ -42,6 +77,8 @@ struct VertexDescription {
 
     friend constexpr bool operator==(VertexDescription const&, VertexDescription const&) = default;
 };
+
+static_assert(sizeof(VertexDescription) == 4);
 
 // The library's semantic names.
 inline constexpr char const* PositionSemantic = "position";

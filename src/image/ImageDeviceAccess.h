@@ -57,25 +57,27 @@ bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& des
     SubImage sourceWhere = where;
     std::uint32_t sourceFlags = description.flags;
 
+    // The source moves into a new temporary of the level's size by transfer
+    // (a resolve or a copy); the temporary is the source from then on.
+    auto const stage = [&](ScopedImage& temporary, std::uint32_t flags, auto transfer) {
+        temporary.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, flags}));
+        (factory.*transfer)(source, sourceWhere, temporary.Get(), SubImage{});
+        source = temporary.Get();
+        sourceWhere = SubImage{};
+        sourceFlags = flags;
+    };
+
     ScopedImage resolved;
     if (description.sampleCount > 1) {
         if ((sourceFlags & ImageUsage::Resolvable) == 0)
             return false;
-        resolved.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, ResolveFlags}));
-        factory.ResolveImage(image, where, resolved.Get(), SubImage{});
-        source = resolved.Get();
-        sourceWhere = SubImage{};
-        sourceFlags = ResolveFlags;
+        stage(resolved, ResolveFlags, &IResourceFactory::ResolveImage);
     }
-
     ScopedImage readback;
     if ((sourceFlags & ImageUsage::HostRead) == 0) {
         if ((sourceFlags & ImageUsage::CopySource) == 0)
             return false;
-        readback.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, ReadbackFlags}));
-        factory.CopyImage(source, sourceWhere, readback.Get(), SubImage{});
-        source = readback.Get();
-        sourceWhere = SubImage{};
+        stage(readback, ReadbackFlags, &IResourceFactory::CopyImage);
     }
 
     ScopedMapping const mapping(factory, source, sourceWhere, MapMode::Read);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <iterator>
 #include <span>
+#include <type_traits>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -143,34 +144,66 @@ std::vector<double> ReadConverted(IResourceFactory& factory, ImageId image, Imag
 // Stored values as they are.
 template <typename T>
 std::vector<double> Widened(IResourceFactory& factory, ImageId image, ImageDesc const& description,
-                            SubImage const& where)
+                            SubImage const& where, bool)
 {
     return ReadConverted<T>(factory, image, description, where,
                             Elementwise<T>([](T v) { return static_cast<double>(v); }));
 }
 
-// Normalized formats: unsigned 0 .. max maps to 0 .. 1; for signed ones the
+// Normalized formats: unsigned 0 .. Max maps to 0 .. 1; for signed ones the
 // most negative value clamps to -1 like the one above it. raw keeps the
 // stored integers.
-template <typename T>
+template <typename T, int Max>
 std::vector<double> Normalized(IResourceFactory& factory, ImageId image, ImageDesc const& description,
-                               SubImage const& where, bool raw, double max, bool isSigned)
+                               SubImage const& where, bool raw)
 {
+    constexpr double max = Max;
     if (raw)
-        return Widened<T>(factory, image, description, where);
-    if (isSigned)
-        return ReadConverted<T>(factory, image, description, where, Elementwise<T>([max](T v) {
+        return Widened<T>(factory, image, description, where, raw);
+    if constexpr (std::is_signed_v<T>)
+        return ReadConverted<T>(factory, image, description, where, Elementwise<T>([](T v) {
                                     return std::max(static_cast<double>(v) / max, -1.0);
                                 }));
-    return ReadConverted<T>(factory, image, description, where,
-                            Elementwise<T>([max](T v) { return static_cast<double>(v) / max; }));
+    else
+        return ReadConverted<T>(factory, image, description, where,
+                                Elementwise<T>([](T v) { return static_cast<double>(v) / max; }));
 }
 
 std::vector<double> Halves(IResourceFactory& factory, ImageId image, ImageDesc const& description,
-                           SubImage const& where)
+                           SubImage const& where, bool)
 {
     return ReadConverted<std::uint16_t>(factory, image, description, where, &AppendHalves);
 }
+
+// Formats by value range, each group with its element type and conversion.
+// None (0) and the depth formats (41 to 45) have no colour channels to report.
+struct FormatGroup {
+    std::uint32_t first;
+    std::uint32_t last;
+    std::vector<double> (*read)(IResourceFactory&, ImageId, ImageDesc const&, SubImage const&, bool raw);
+};
+
+constexpr FormatGroup FormatGroups[] = {
+    {1, 6, &Normalized<std::uint8_t, 255>},     // unsigned normalized 8-bit
+    {7, 9, &Normalized<std::uint16_t, 65535>},  // unsigned normalized 16-bit
+    {10, 12, &Normalized<std::int8_t, 127>},    // signed normalized 8-bit
+    {13, 15, &Normalized<std::int16_t, 32767>}, // signed normalized 16-bit
+    {16, 18, &Widened<std::uint8_t>},           {19, 21, &Widened<std::uint16_t>},
+    {22, 24, &Widened<std::uint32_t>},          {25, 27, &Widened<std::int8_t>},
+    {28, 30, &Widened<std::int16_t>},           {31, 33, &Widened<std::int32_t>},
+    {34, 36, &Halves},                          {37, 40, &Widened<float>},
+};
+constexpr bool CoversColourFormatsOnce()
+{
+    std::uint32_t next = 1;
+    for (FormatGroup const& group : FormatGroups) {
+        if (group.first != next || group.last < group.first)
+            return false;
+        next = group.last + 1;
+    }
+    return next == 41 && FormatCount == 46;
+}
+static_assert(CoversColourFormatsOnce(), "formats 1 to 40 in consecutive groups; 0 and 41 to 45 in none");
 
 } // namespace
 
@@ -178,35 +211,9 @@ std::vector<double> ReadAsDoubles(IResourceFactory& factory, ImageId image, bool
 {
     ImageDesc const description = factory.GetImageDescription(image);
     auto const value = static_cast<std::uint32_t>(description.format);
-    if (value >= FormatCount)
-        return {};
-
-    auto const& d = description;
-    if (value >= 1 && value <= 6)
-        return Normalized<std::uint8_t>(factory, image, d, where, raw, 255.0, false);
-    if (value >= 7 && value <= 9)
-        return Normalized<std::uint16_t>(factory, image, d, where, raw, 65535.0, false);
-    if (value >= 10 && value <= 12)
-        return Normalized<std::int8_t>(factory, image, d, where, raw, 127.0, true);
-    if (value >= 13 && value <= 15)
-        return Normalized<std::int16_t>(factory, image, d, where, raw, 32767.0, true);
-    if (value >= 16 && value <= 18)
-        return Widened<std::uint8_t>(factory, image, d, where);
-    if (value >= 19 && value <= 21)
-        return Widened<std::uint16_t>(factory, image, d, where);
-    if (value >= 22 && value <= 24)
-        return Widened<std::uint32_t>(factory, image, d, where);
-    if (value >= 25 && value <= 27)
-        return Widened<std::int8_t>(factory, image, d, where);
-    if (value >= 28 && value <= 30)
-        return Widened<std::int16_t>(factory, image, d, where);
-    if (value >= 31 && value <= 33)
-        return Widened<std::int32_t>(factory, image, d, where);
-    if (value >= 34 && value <= 36)
-        return Halves(factory, image, d, where);
-    if (value >= 37 && value <= 40)
-        return Widened<float>(factory, image, d, where);
-    // None and the depth formats have no colour channels to report.
+    for (FormatGroup const& group : FormatGroups)
+        if (value >= group.first && value <= group.last)
+            return group.read(factory, image, description, where, raw);
     return {};
 }
 

@@ -1,3 +1,7 @@
+// Readback of one sub-image into host memory. Every entry point reads the
+// image's description once and hands it down: the exported overloads only
+// pick a pixel layout and a destination, then funnel into ReadRows.
+
 #include "ImageDeviceAccess.h"
 
 #include <Rendering/Image.h>
@@ -6,11 +10,13 @@
 #include <vector>
 
 namespace Zorvan::Rendering {
+namespace {
 
-bool GetBytes(IResourceFactory& factory, ImageId image, SubImage where, void* dst, std::int64_t dstRowPitch)
+// The core behind every readback: range and slice checks, then the device
+// path of ReadSubImage, then rows copied at the caller's pitch.
+bool ReadLevel(IResourceFactory& factory, ImageId image, ImageDesc const& description, SubImage where, void* dst,
+               std::int64_t dstRowPitch)
 {
-    ImageDesc const description = factory.GetImageDescription(image);
-
     unsigned int const levels =
         description.mipLevels != 0 ? description.mipLevels : CalculateFullMipChainCount(description.size);
     if (where.mipLevel >= levels)
@@ -26,144 +32,170 @@ bool GetBytes(IResourceFactory& factory, ImageId image, SubImage where, void* ds
     });
 }
 
-std::vector<unsigned char> GetBytes(IResourceFactory& factory, ImageId image, SubImage where, std::int64_t rowPitch)
-{
-    // Level 0's height, not the requested level's: callers size their pitch
-    // for the top level, and a 1D image yields nothing.
-    std::uint32_t const height = factory.GetImageDescription(image).size.height;
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(height) * static_cast<std::size_t>(rowPitch));
-    (void)GetBytes(factory, image, where, bytes.data(), rowPitch);
-    return bytes;
-}
+// The float layouts read whatever bytes the image holds.
+template <unsigned Channels>
+struct FloatPixels {
+    using Element = float;
+    static constexpr unsigned channels = Channels;
+    static bool Accepts(Format) noexcept { return true; }
+    static void Finish(Format, void*, Size, std::int64_t) noexcept {}
+};
 
-namespace {
-
-// Elements a tightly packed copy of the level needs.
-std::uint64_t LevelElements(IResourceFactory& factory, ImageId image, SubImage const& where,
-                            std::uint64_t elementsPerPixel)
-{
-    Size const level = CalculateMipLevelSize(factory.GetImageDescription(image).size, where.mipLevel);
-    return std::uint64_t{level.width} * level.height * elementsPerPixel;
-}
-
-template <typename T, unsigned ElementsPerPixel>
-struct Family {
-    static bool Read(IResourceFactory& factory, ImageId image, array_view<T> out, SubImage const& where)
+// 8-bit colour: three formats qualify, and blue-first ones are turned
+// red-first in place after the copy.
+struct RgbaBytes {
+    using Element = unsigned char;
+    static constexpr unsigned channels = 4;
+    static bool Accepts(Format format) noexcept
     {
-        Size const level = CalculateMipLevelSize(factory.GetImageDescription(image).size, where.mipLevel);
-        if (out.size() < std::uint64_t{level.width} * level.height * ElementsPerPixel)
-            return false;
-        return GetBytes(factory, image, where, out.data(),
-                        std::int64_t{level.width} * static_cast<std::int64_t>(sizeof(T) * ElementsPerPixel));
+        return format == Format::B8G8R8A8 || format == Format::B8G8R8X8 || format == Format::R8G8B8A8;
+    }
+    static void Finish(Format format, void* dst, Size level, std::int64_t rowPitch)
+    {
+        auto* bytes = static_cast<unsigned char*>(dst);
+        if (format == Format::B8G8R8A8)
+            bgra2rgba(bytes, level.width, level.height, rowPitch);
+        else if (format == Format::B8G8R8X8)
+            bgrx2rgba(bytes, level.width, level.height, rowPitch);
     }
 };
 
-template <typename T, unsigned ElementsPerPixel, typename Read>
-std::vector<T> ReadVector(IResourceFactory& factory, ImageId image, SubImage const& where, Read read)
+template <typename Layout>
+bool ReadRows(IResourceFactory& factory, ImageId image, ImageDesc const& description, SubImage const& where,
+              void* dst, std::int64_t rowPitch)
 {
-    std::vector<T> values(LevelElements(factory, image, where, ElementsPerPixel));
-    if (!read(factory, image, array_view<T>(values), where))
+    if (!Layout::Accepts(description.format) || !ReadLevel(factory, image, description, where, dst, rowPitch))
+        return false;
+    Layout::Finish(description.format, dst, CalculateMipLevelSize(description.size, where.mipLevel), rowPitch);
+    return true;
+}
+
+template <typename Layout>
+std::uint64_t LevelElements(ImageDesc const& description, SubImage const& where) noexcept
+{
+    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
+    return std::uint64_t{level.width} * level.height * Layout::channels;
+}
+
+// Tightly packed into the caller's array; false when it is too small.
+template <typename Layout>
+bool ReadPacked(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                array_view<typename Layout::Element> out, SubImage const& where)
+{
+    if (out.size() < LevelElements<Layout>(description, where))
+        return false;
+    std::int64_t const rowPitch = std::int64_t{CalculateMipLevelSize(description.size, where.mipLevel).width} *
+                                  static_cast<std::int64_t>(sizeof(typename Layout::Element) * Layout::channels);
+    return ReadRows<Layout>(factory, image, description, where, out.data(), rowPitch);
+}
+
+template <typename Layout>
+bool ReadInto(IResourceFactory& factory, ImageId image, array_view<typename Layout::Element> out,
+              SubImage const& where)
+{
+    return ReadPacked<Layout>(factory, image, factory.GetImageDescription(image), out, where);
+}
+
+// A new array of the level's size; empty when the read fails.
+template <typename Layout>
+std::vector<typename Layout::Element> ReadVector(IResourceFactory& factory, ImageId image, SubImage const& where)
+{
+    ImageDesc const description = factory.GetImageDescription(image);
+    std::vector<typename Layout::Element> values(LevelElements<Layout>(description, where));
+    if (!ReadPacked<Layout>(factory, image, description, array_view<typename Layout::Element>(values), where))
         return {};
     return values;
 }
 
-using R32F = Family<float, 1>;
-using R32G32F = Family<float, 2>;
-using R32G32B32A32F = Family<float, 4>;
+using R32F = FloatPixels<1>;
+using R32G32F = FloatPixels<2>;
+using R32G32B32A32F = FloatPixels<4>;
 
 } // namespace
 
-std::vector<float> GetR32F(IResourceFactory& factory, ImageId image)
+bool GetBytes(IResourceFactory& factory, ImageId image, SubImage where, void* dst, std::int64_t dstRowPitch)
 {
-    return ReadVector<float, 1>(factory, image, SubImage{}, R32F::Read);
+    return ReadLevel(factory, image, factory.GetImageDescription(image), where, dst, dstRowPitch);
 }
+
+std::vector<unsigned char> GetBytes(IResourceFactory& factory, ImageId image, SubImage where, std::int64_t rowPitch)
+{
+    ImageDesc const description = factory.GetImageDescription(image);
+    // Level 0's height, not the requested level's: callers size their pitch
+    // for the top level, and a 1D image yields nothing.
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(description.size.height) *
+                                     static_cast<std::size_t>(rowPitch));
+    (void)ReadLevel(factory, image, description, where, bytes.data(), rowPitch);
+    return bytes;
+}
+
+std::vector<float> GetR32F(IResourceFactory& factory, ImageId image) { return ReadVector<R32F>(factory, image, {}); }
 std::vector<float> GetR32F(IResourceFactory& factory, ImageId image, SubImage const& where)
 {
-    return ReadVector<float, 1>(factory, image, where, R32F::Read);
+    return ReadVector<R32F>(factory, image, where);
 }
 bool GetR32F(IResourceFactory& factory, ImageId image, array_view<float> out)
 {
-    return R32F::Read(factory, image, out, SubImage{});
+    return ReadInto<R32F>(factory, image, out, {});
 }
 bool GetR32F(IResourceFactory& factory, ImageId image, array_view<float> out, SubImage const& where)
 {
-    return R32F::Read(factory, image, out, where);
+    return ReadInto<R32F>(factory, image, out, where);
 }
 
 std::vector<float> GetR32G32F(IResourceFactory& factory, ImageId image)
 {
-    return ReadVector<float, 2>(factory, image, SubImage{}, R32G32F::Read);
+    return ReadVector<R32G32F>(factory, image, {});
 }
 std::vector<float> GetR32G32F(IResourceFactory& factory, ImageId image, SubImage const& where)
 {
-    return ReadVector<float, 2>(factory, image, where, R32G32F::Read);
+    return ReadVector<R32G32F>(factory, image, where);
 }
 bool GetR32G32F(IResourceFactory& factory, ImageId image, array_view<float> out)
 {
-    return R32G32F::Read(factory, image, out, SubImage{});
+    return ReadInto<R32G32F>(factory, image, out, {});
 }
 bool GetR32G32F(IResourceFactory& factory, ImageId image, array_view<float> out, SubImage const& where)
 {
-    return R32G32F::Read(factory, image, out, where);
+    return ReadInto<R32G32F>(factory, image, out, where);
 }
 
 std::vector<float> GetR32G32B32A32F(IResourceFactory& factory, ImageId image)
 {
-    return ReadVector<float, 4>(factory, image, SubImage{}, R32G32B32A32F::Read);
+    return ReadVector<R32G32B32A32F>(factory, image, {});
 }
 std::vector<float> GetR32G32B32A32F(IResourceFactory& factory, ImageId image, SubImage const& where)
 {
-    return ReadVector<float, 4>(factory, image, where, R32G32B32A32F::Read);
+    return ReadVector<R32G32B32A32F>(factory, image, where);
 }
 bool GetR32G32B32A32F(IResourceFactory& factory, ImageId image, array_view<float> out)
 {
-    return R32G32B32A32F::Read(factory, image, out, SubImage{});
+    return ReadInto<R32G32B32A32F>(factory, image, out, {});
 }
 bool GetR32G32B32A32F(IResourceFactory& factory, ImageId image, array_view<float> out, SubImage const& where)
 {
-    return R32G32B32A32F::Read(factory, image, out, where);
-}
-
-bool GetR8G8B8A8(IResourceFactory& factory, ImageId image, SubImage where, unsigned char* dst, std::int64_t rowPitch)
-{
-    ImageDesc const description = factory.GetImageDescription(image);
-    Format const format = description.format;
-    if (format != Format::B8G8R8A8 && format != Format::B8G8R8X8 && format != Format::R8G8B8A8)
-        return false;
-    if (!GetBytes(factory, image, where, dst, rowPitch))
-        return false;
-    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
-    if (format == Format::B8G8R8A8)
-        bgra2rgba(dst, level.width, level.height, rowPitch);
-    else if (format == Format::B8G8R8X8)
-        bgrx2rgba(dst, level.width, level.height, rowPitch);
-    return true;
-}
-
-bool GetR8G8B8A8(IResourceFactory& factory, ImageId image, array_view<unsigned char> out, SubImage const& where)
-{
-    Size const level = CalculateMipLevelSize(factory.GetImageDescription(image).size, where.mipLevel);
-    if (out.size() < std::uint64_t{level.width} * level.height * 4)
-        return false;
-    return GetR8G8B8A8(factory, image, where, out.data(), std::int64_t{level.width} * 4);
-}
-
-bool GetR8G8B8A8(IResourceFactory& factory, ImageId image, array_view<unsigned char> out)
-{
-    return GetR8G8B8A8(factory, image, out, SubImage{});
-}
-
-std::vector<unsigned char> GetR8G8B8A8(IResourceFactory& factory, ImageId image, SubImage const& where)
-{
-    return ReadVector<unsigned char, 4>(
-        factory, image, where, [](IResourceFactory& f, ImageId i, array_view<unsigned char> out, SubImage const& w) {
-            return GetR8G8B8A8(f, i, out, w);
-        });
+    return ReadInto<R32G32B32A32F>(factory, image, out, where);
 }
 
 std::vector<unsigned char> GetR8G8B8A8(IResourceFactory& factory, ImageId image)
 {
-    return GetR8G8B8A8(factory, image, SubImage{});
+    return ReadVector<RgbaBytes>(factory, image, {});
+}
+std::vector<unsigned char> GetR8G8B8A8(IResourceFactory& factory, ImageId image, SubImage const& where)
+{
+    return ReadVector<RgbaBytes>(factory, image, where);
+}
+bool GetR8G8B8A8(IResourceFactory& factory, ImageId image, array_view<unsigned char> out)
+{
+    return ReadInto<RgbaBytes>(factory, image, out, {});
+}
+bool GetR8G8B8A8(IResourceFactory& factory, ImageId image, array_view<unsigned char> out, SubImage const& where)
+{
+    return ReadInto<RgbaBytes>(factory, image, out, where);
+}
+bool GetR8G8B8A8(IResourceFactory& factory, ImageId image, SubImage where, unsigned char* dst, std::int64_t rowPitch)
+{
+    return ReadRows<RgbaBytes>(factory, image, factory.GetImageDescription(image), where, dst, rowPitch);
 }
 
 } // namespace Zorvan::Rendering

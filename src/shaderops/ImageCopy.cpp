@@ -23,6 +23,33 @@ ImageDesc TemporaryFor(ImageDesc description, std::uint32_t mipLevel, std::uint3
     return description;
 }
 
+// One end of a region copy: the image itself when it has the usage the draw
+// needs, else a temporary when it can be copied instead; neither: unusable.
+struct CopyEnd {
+    ImageId image{};
+    SubImage where{};
+    ScopedImage temporary{};  // held, valid or not, when the end goes through one
+    bool viaTemporary = false;
+    bool usable = true;
+};
+
+CopyEnd Reach(IGpu& gpu, ImageId image, ImageDesc const& description, SubImage const& region, std::uint32_t direct,
+              std::uint32_t viaCopy, std::uint32_t temporaryUsage)
+{
+    CopyEnd end;
+    if ((description.flags & direct) != 0) {
+        end.image = image;
+        end.where = region;
+    } else if ((description.flags & viaCopy) != 0) {
+        end.temporary.Reset(&gpu, gpu.CreateImage(TemporaryFor(description, region.mipLevel, temporaryUsage)));
+        end.image = end.temporary.Get();
+        end.viaTemporary = true;
+    } else {
+        end.usable = false;
+    }
+    return end;
+}
+
 } // namespace
 
 ShaderBasedImageCopy::ShaderBasedImageCopy(IGpu& gpu) noexcept : gpu_(gpu) {}
@@ -38,7 +65,7 @@ void ShaderBasedImageCopy::Copy(SrvId source, RtvId target)
         shader_.Reset(&gpu_, gpu_.CreateShader(program));
     }
     if (!sampler_.IsValid())
-        sampler_.Reset(&gpu_, gpu_.CreateSampler(SamplerDescription{1, 1}));
+        sampler_.Reset(&gpu_, gpu_.CreateSampler(SamplerDescription{SamplerFilter::Linear, SamplerAddress::Clamp}));
     if (!vertexBuffer_.IsValid())
         vertexBuffer_.Reset(&gpu_, detail::CreateTriangleBuffer(gpu_));
 
@@ -62,54 +89,26 @@ void ShaderBasedImageCopy::Copy(ImageId source, SubImage const& sourceRegion, Im
     ImageDesc const sourceDescription = gpu_.GetImageDescription(source);
     ImageDesc const targetDescription = gpu_.GetImageDescription(target);
 
-    ScopedImage sourceTemporary;
-    bool canSample = true;
-    ImageId sampled;
-    SubImage sampledWhere;
-    if ((sourceDescription.flags & ImageUsage::ShaderResource) != 0) {
-        sampled = source;
-        sampledWhere = sourceRegion;
-    } else if ((sourceDescription.flags & ImageUsage::CopySource) != 0) {
-        sourceTemporary.Reset(&gpu_, gpu_.CreateImage(TemporaryFor(sourceDescription, sourceRegion.mipLevel,
-                                                                   ImageUsage::ShaderResource |
-                                                                       ImageUsage::CopyDestination)));
-        sampled = sourceTemporary.Get();
-        gpu_.CopyImage(source, sourceRegion, sampled, SubImage{});
-    } else {
-        canSample = false;
-    }
+    CopyEnd const sampled = Reach(gpu_, source, sourceDescription, sourceRegion, ImageUsage::ShaderResource,
+                                  ImageUsage::CopySource, ImageUsage::ShaderResource | ImageUsage::CopyDestination);
+    if (sampled.viaTemporary)
+        gpu_.CopyImage(source, sourceRegion, sampled.image, SubImage{});
+    CopyEnd const rendered = Reach(gpu_, target, targetDescription, targetRegion, ImageUsage::RenderTarget,
+                                   ImageUsage::CopyDestination, ImageUsage::RenderTarget | ImageUsage::CopySource);
 
-    ScopedImage targetTemporary;
-    bool canRender = true;
-    bool renderIntoTemporary = false;
-    ImageId rendered;
-    SubImage renderedWhere;
-    if ((targetDescription.flags & ImageUsage::RenderTarget) != 0) {
-        rendered = target;
-        renderedWhere = targetRegion;
-    } else if ((targetDescription.flags & ImageUsage::CopyDestination) != 0) {
-        targetTemporary.Reset(&gpu_, gpu_.CreateImage(TemporaryFor(targetDescription, targetRegion.mipLevel,
-                                                                   ImageUsage::RenderTarget |
-                                                                       ImageUsage::CopySource)));
-        rendered = targetTemporary.Get();
-        renderIntoTemporary = true;
-    } else {
-        canRender = false;
-    }
-
-    if (!canSample || !canRender)
+    if (!sampled.usable || !rendered.usable)
         return;
 
     // Declared in this order so the render-target view is released first.
     ScopedResource<SrvId, IResourceFactory> const view(
         &gpu_, gpu_.CreateShaderResourceView(
-                   sampled, ShaderResourceViewDescription{sampledWhere.mipLevel, 1, sampledWhere.arraySlice, 1}));
+                   sampled.image, ShaderResourceViewDescription{sampled.where.mipLevel, 1, sampled.where.arraySlice, 1}));
     ScopedResource<RtvId, IResourceFactory> const targetView(
-        &gpu_, gpu_.CreateRenderTargetView(
-                   rendered, RenderTargetViewDescription{renderedWhere.mipLevel, 0, 1, renderedWhere.arraySlice, 1, 0}));
+        &gpu_, gpu_.CreateRenderTargetView(rendered.image, RenderTargetViewDescription{rendered.where.mipLevel, 0, 1,
+                                                                                       rendered.where.arraySlice, 1, 0}));
     Copy(view.Get(), targetView.Get());
-    if (renderIntoTemporary)
-        gpu_.CopyImage(rendered, SubImage{}, target, targetRegion);
+    if (rendered.viaTemporary)
+        gpu_.CopyImage(rendered.image, SubImage{}, target, targetRegion);
 }
 
 } // namespace Zorvan::Rendering

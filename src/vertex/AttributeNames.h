@@ -4,22 +4,18 @@
 // the pointers differ, only the first 200 characters decide, so two names
 // that agree that far are the same name (deliberately).
 
+#include <Rendering/Vertex.h>
+
 #include <cstddef>
 #include <cstring>
 
 namespace Zorvan::Rendering::detail {
 
-inline constexpr std::size_t NameCompareLength = 200;
+inline constexpr std::size_t NameCompareLength = AttributeNameLength;
 
-// Same pointer, or both non-null and equal in their first 200 characters.
-inline bool SameName(char const* a, char const* b) noexcept
-{
-    if (a == b)
-        return true;
-    if (a == nullptr || b == nullptr)
-        return false;
-    return std::strncmp(a, b, NameCompareLength) == 0;
-}
+// Same pointer, or both non-null and equal in their first 200 characters:
+// the rule AttributeDesc's equality uses too.
+inline bool SameName(char const* a, char const* b) noexcept { return SameAttributeName(a, b); }
 
 // Three-way order: same pointer equal, null before non-null, else bounded
 // character comparison.

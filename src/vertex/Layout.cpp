@@ -41,12 +41,6 @@ bool EntryLess(AttributeDesc const& a, AttributeDesc const& b) noexcept
     return detail::CompareNames(a.name, b.name) < 0;
 }
 
-bool EntriesMatch(AttributeDesc const& a, AttributeDesc const& b) noexcept
-{
-    return a.offset == b.offset && a.format == b.format && a.index == b.index && a.slot == b.slot &&
-           a.extra == b.extra && detail::SameName(a.name, b.name);
-}
-
 } // namespace
 
 std::array<AttributeDesc, 10> AddAttribute(std::array<AttributeDesc, 10> layout, AttributeDesc const& attribute)
@@ -106,7 +100,7 @@ bool AreEquivalent(std::array<AttributeDesc, 10> a, std::array<AttributeDesc, 10
     b = Normalize(b);
     std::sort(a.begin(), a.end(), EntryLess);
     std::sort(b.begin(), b.end(), EntryLess);
-    return std::equal(a.begin(), a.end(), b.begin(), EntriesMatch);
+    return a == b;
 }
 
 } // namespace Zorvan::Rendering

@@ -1,16 +1,12 @@
 #pragma once
 
 // Helpers for suites that check real pixels: images with explicit flags,
-// tightly packed level writes through the device's map, level reads through
-// the library's readback, and waiting for the GL device.
+// tightly packed level writes through the device's map and level reads
+// through the library's readback.
 
 #include "DeviceTestSupport.h"
 
 #include <Rendering/Image.h>
-
-#if defined(ZGU_WITH_GL)
-#include <Rendering/Gl/GlDevice.h>
-#endif
 
 #include <gtest/gtest.h>
 
@@ -60,17 +56,6 @@ std::vector<T> ReadPixels(IGpu& gpu, ImageId image, SubImage where = {})
     std::vector<T> values(rowBytes * rows / sizeof(T));
     EXPECT_TRUE(GetBytes(gpu, image, where, values.data(), static_cast<std::int64_t>(rowBytes)));
     return values;
-}
-
-// Waits until the device has run everything issued so far.
-inline void FinishWork(IGpu& gpu)
-{
-#if defined(ZGU_WITH_GL)
-    if (auto* gl = dynamic_cast<Gl::GlDevice*>(&gpu))
-        gl->Finish();
-#else
-    (void)gpu;
-#endif
 }
 
 } // namespace Zorvan::Rendering::TestSupport

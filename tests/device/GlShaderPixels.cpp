@@ -33,8 +33,6 @@ std::vector<T> Repeat(std::vector<T> const& pixel, std::size_t count)
 
 TEST_P(GlShaderPixels, ClearWritesFloatIntAndUnsignedTargetsBitExactly)
 {
-    if (OnRecordingDevice())
-        GTEST_SKIP() << "needs real pixels";
     ShaderBasedImageClear clear(Gpu());
     std::uint32_t const flags = ImageUsage::RenderTarget | ImageUsage::CopySource;
     auto const target = [&](Format format) {
@@ -70,8 +68,6 @@ TEST_P(GlShaderPixels, ClearWritesFloatIntAndUnsignedTargetsBitExactly)
 // keep the float arithmetic exact. The rows must not be flipped.
 TEST_P(GlShaderPixels, ScaledCopyIsTheTwoByTwoBoxAverage)
 {
-    if (OnRecordingDevice())
-        GTEST_SKIP() << "needs real pixels";
     auto const value = [](std::uint32_t x, std::uint32_t y, std::uint32_t c) {
         return static_cast<float>((x * 3 + y * 17 + c * 7) % 61 * 4);
     };
@@ -109,8 +105,6 @@ TEST_P(GlShaderPixels, ScaledCopyIsTheTwoByTwoBoxAverage)
 // resolved to their minimum and maximum.
 TEST_P(GlShaderPixels, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
 {
-    if (OnRecordingDevice())
-        GTEST_SKIP() << "needs real pixels";
     PixelImage const depth = MakePixelImage(Gpu(), {8, 8, 0}, Format::D32F,
                                             ImageUsage::ShaderResource | ImageUsage::RenderTarget, 1, 4);
     std::uint32_t const samples = Gpu().GetImageDescription(depth.Get()).sampleCount;
@@ -158,8 +152,6 @@ TEST_P(GlShaderPixels, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
 // One sample: the resolve is a copy of the depth, through the same loop.
 TEST_P(GlShaderPixels, ResolvingASingleSampleCopiesTheDepth)
 {
-    if (OnRecordingDevice())
-        GTEST_SKIP() << "needs real pixels";
     std::vector<float> depths(4 * 4);
     for (std::size_t i = 0; i < depths.size(); ++i)
         depths[i] = static_cast<float>(i) / 16.0f + 1.0f / 64.0f;
@@ -175,6 +167,6 @@ TEST_P(GlShaderPixels, ResolvingASingleSampleCopiesTheDepth)
     EXPECT_EQ(ReadPixels<float>(Gpu(), destination.Get()), depths);
 }
 
-INSTANTIATE_DEVICE_TEST_SUITE(GlShaderPixels);
+INSTANTIATE_DEVICE_TEST_SUITE(GlShaderPixels, DeviceCapability::RealPixels);
 
 } // namespace

@@ -52,6 +52,9 @@ std::vector<GroupCase> OneFormatPerGroup()
     };
 }
 
+// What only a device with a call log and scripting shows.
+class ImageDoublesRecorded : public ImageDoubles {};
+
 TEST_P(ImageDoubles, OneFormatOfEveryGroup)
 {
     for (GroupCase const& c : OneFormatPerGroup()) {
@@ -93,9 +96,8 @@ TEST_P(ImageDoubles, UnreadableImagesGiveNothing)
     EXPECT_TRUE(ReadAsDoubles(Gpu(), hidden.Get(), true, {}).empty());
 }
 
-TEST_P(ImageDoubles, StagesALevelSizedReadbackOfAllSlices)
+TEST_P(ImageDoublesRecorded, StagesALevelSizedReadbackOfAllSlices)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetRowPitchPadding(8);
     Recording()->SetNegativeRowPitch(true);
     ScopedImage volume = MakeImage(Gpu(), {6, 4, 4}, Format::R16, ViaCopies, 2);
@@ -114,9 +116,8 @@ TEST_P(ImageDoubles, StagesALevelSizedReadbackOfAllSlices)
     EXPECT_EQ(created[0]->As<ImageDesc>(), (ImageDesc{{3, 2, 2}, Format::R16, 1, 1, 0x48}));
 }
 
-TEST_P(ImageDoubles, EveryHalfThroughPaddedBottomUpRowsMatchesHalf2Float)
+TEST_P(ImageDoublesRecorded, EveryHalfThroughPaddedBottomUpRowsMatchesHalf2Float)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetRowPitchPadding(6);
     Recording()->SetNegativeRowPitch(true);
     ScopedImage image = MakeImage(Gpu(), {256, 256, 0}, Format::R16F, HostReadWrite);
@@ -133,9 +134,8 @@ TEST_P(ImageDoubles, EveryHalfThroughPaddedBottomUpRowsMatchesHalf2Float)
             << std::hex << halves[i];
 }
 
-TEST_P(ImageDoubles, DeviceFailuresLeaveNothingBehind)
+TEST_P(ImageDoublesRecorded, DeviceFailuresLeaveNothingBehind)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     ExpectCleanUnderFaults(
         [](Testing::RecordingGpu& gpu) {
             return ScopedImage(&gpu, gpu.CreateImage({{3, 2, 0}, Format::R16G16B16A16F, 2, 1, ImageUsage::Resolvable}));
@@ -148,6 +148,7 @@ TEST_P(ImageDoubles, DeviceFailuresLeaveNothingBehind)
 
 } // namespace
 
-INSTANTIATE_DEVICE_TEST_SUITE(ImageDoubles);
+INSTANTIATE_DEVICE_TEST_SUITE(ImageDoubles, DeviceCapability::None);
+INSTANTIATE_DEVICE_TEST_SUITE(ImageDoublesRecorded, DeviceCapability::CallLog);
 
 } // namespace Zorvan::Rendering::TestSupport

@@ -28,6 +28,9 @@ std::vector<T> Packed(std::vector<std::byte> const& bytes)
     return values;
 }
 
+// What only a device with a call log and scripting shows.
+class ImageUploadRecorded : public ImageUpload {};
+
 TEST_P(ImageUpload, FillsEveryLevelThroughAnUploadImageAndReadsItBack)
 {
     // Copy source and destination only: both directions need device copies.
@@ -56,9 +59,8 @@ TEST_P(ImageUpload, FillsHostWritableFloatImagesDirectly)
     EXPECT_EQ(GetR32G32B32A32F(Gpu(), image.Get()), pixels);
 }
 
-TEST_P(ImageUpload, StagesOneUploadImageAtTheLevelSize)
+TEST_P(ImageUploadRecorded, StagesOneUploadImageAtTheLevelSize)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     ScopedImage image = MakeImage(Gpu(), {5, 3, 0}, Format::R8G8B8A8, ImageUsage::CopyDestination, 2);
     Recording()->ClearLog();
     Bytes const pixels = Pattern(2 * 1 * 4, 9);
@@ -76,9 +78,8 @@ TEST_P(ImageUpload, StagesOneUploadImageAtTheLevelSize)
     EXPECT_EQ(Packed<unsigned char>(Recording()->ReadImage(image.Get(), {1, 0})), pixels);
 }
 
-TEST_P(ImageUpload, CreationFunctionsMakeFilledTexturesOfTheirFormat)
+TEST_P(ImageUploadRecorded, CreationFunctionsMakeFilledTexturesOfTheirFormat)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Size const size{3, 2, 0};
     std::vector<float> floats(3 * 2 * 4);
     std::iota(floats.begin(), floats.end(), 0.5f);
@@ -111,9 +112,8 @@ TEST_P(ImageUpload, CreationFunctionsMakeFilledTexturesOfTheirFormat)
     Gpu().DestroyImage(raw);
 }
 
-TEST_P(ImageUpload, TooLittleDataLeavesTheTextureUnfilledSilently)
+TEST_P(ImageUploadRecorded, TooLittleDataLeavesTheTextureUnfilledSilently)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     std::vector<float> const floats(32, 1.0f);
     ScopedImage shortRg = CreateRgTexture(Gpu(), {4, 4, 0}, array_view<float const>(floats.data(), 31));
     EXPECT_TRUE(shortRg.IsValid());
@@ -133,9 +133,8 @@ TEST_P(ImageUpload, TooLittleDataLeavesTheTextureUnfilledSilently)
     EXPECT_EQ(Packed<unsigned char>(Recording()->ReadImage(deep.Get())), slices);
 }
 
-TEST_P(ImageUpload, PaddedAndBottomUpMapsRoundTrip)
+TEST_P(ImageUploadRecorded, PaddedAndBottomUpMapsRoundTrip)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetRowPitchPadding(12);
     Recording()->SetNegativeRowPitch(true);
     ScopedImage image = MakeImage(Gpu(), {3, 4, 0}, Format::R8G8B8A8, ImageUsage::CopySource |
@@ -146,9 +145,8 @@ TEST_P(ImageUpload, PaddedAndBottomUpMapsRoundTrip)
     EXPECT_EQ(GetR8G8B8A8(Gpu(), image.Get()), pixels);
 }
 
-TEST_P(ImageUpload, DeviceFailuresLeaveNothingBehind)
+TEST_P(ImageUploadRecorded, DeviceFailuresLeaveNothingBehind)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     std::vector<float> const floats(4 * 4 * 2, 0.25f);
     ExpectCleanUnderFaults([](Testing::RecordingGpu&) { return 0; },
                            [&](Testing::RecordingGpu& gpu, int) { ScopedImage t = CreateRgTexture(gpu, {4, 4, 0}, floats); });
@@ -166,6 +164,7 @@ TEST_P(ImageUpload, DeviceFailuresLeaveNothingBehind)
 
 } // namespace
 
-INSTANTIATE_DEVICE_TEST_SUITE(ImageUpload);
+INSTANTIATE_DEVICE_TEST_SUITE(ImageUpload, DeviceCapability::None);
+INSTANTIATE_DEVICE_TEST_SUITE(ImageUploadRecorded, DeviceCapability::CallLog);
 
 } // namespace Zorvan::Rendering::TestSupport

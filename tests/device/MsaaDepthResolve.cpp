@@ -65,7 +65,6 @@ TEST_P(MsaaDepthResolve, DrawsDepthOnlyFromASampledViewOfEverySample)
 
     ShaderBasedMsaaDepthResolver resolver(Gpu());
     resolver.Resolve(source, destination, DepthSelectionMode::Min);
-    ZGU_NEEDS_RECORDING_DEVICE();
     Testing::RecordingGpu& gpu = *Recording();
     EXPECT_EQ(gpu.Ops(), (std::vector<Op>{Op::CreateBuffer, Op::GetImageDescription, Op::GetImageDescription,
                                           Op::CreateShader, Op::CreatePipelineState, Op::CreateShaderResourceView,
@@ -133,7 +132,6 @@ TEST_P(MsaaDepthResolve, CachesShadersByModeAndSamplesAndPipelinesAlsoByFormat)
     resolver.Resolve(fourSamples, depth32);                          // Max: new shader
     resolver.Resolve(twoSamples, depth32);                           // new sample count
     resolver.Resolve(single, depth16, static_cast<DepthSelectionMode>(7));
-    ZGU_NEEDS_RECORDING_DEVICE();
     Testing::RecordingGpu& gpu = *Recording();
     EXPECT_EQ(gpu.LiveCount(ResourceKind::Shader), 4u);
     EXPECT_EQ(gpu.LiveCount(ResourceKind::Pipeline), 5u);
@@ -156,13 +154,12 @@ TEST_P(MsaaDepthResolve, ThrowingDeviceLeavesNothingBehind)
 {
     ImageId const source = Source(4);
     ImageId const destination = Destination();
-    ZGU_NEEDS_RECORDING_DEVICE();
     SweepThrowingCalls(*Recording(), [&] {
         ShaderBasedMsaaDepthResolver resolver(Gpu());
         resolver.Resolve(source, destination, DepthSelectionMode::Max);
     });
 }
 
-INSTANTIATE_DEVICE_TEST_SUITE(MsaaDepthResolve);
+INSTANTIATE_DEVICE_TEST_SUITE(MsaaDepthResolve, DeviceCapability::CallLog);
 
 } // namespace

@@ -71,7 +71,12 @@ private:
     std::vector<ScopedRtv> views_;
 };
 
-TEST_P(ShaderClear, DrawsOneTriangleWithTheClearColourInAConstantBuffer)
+// What only a device with a call log and scripting shows.
+class ShaderClearRecorded : public ShaderClear {};
+// What only a device that renders real pixels shows.
+class ShaderClearPixels : public ShaderClear {};
+
+TEST_P(ShaderClearRecorded, DrawsOneTriangleWithTheClearColourInAConstantBuffer)
 {
     RtvId const target = Target(Format::R8G8B8A8);
     if (Recording() != nullptr)
@@ -80,7 +85,6 @@ TEST_P(ShaderClear, DrawsOneTriangleWithTheClearColourInAConstantBuffer)
         ShaderBasedImageClear clear(Gpu());
         clear.Clear(target, 1.0f, 0.5f, 0.25f, 0.0f);
     }
-    ZGU_NEEDS_RECORDING_DEVICE();
     Testing::RecordingGpu& gpu = *Recording();
 
     EXPECT_EQ(gpu.Ops(), (std::vector<Op>{Op::CreateBuffer, Op::MapBuffer, Op::UnmapBuffer,
@@ -119,7 +123,7 @@ TEST_P(ShaderClear, DrawsOneTriangleWithTheClearColourInAConstantBuffer)
     EXPECT_EQ(draw.value2, 0u);
 }
 
-TEST_P(ShaderClear, CachesOneShaderPerTypeAndOnePipelinePerFormatAndSampleCount)
+TEST_P(ShaderClearRecorded, CachesOneShaderPerTypeAndOnePipelinePerFormatAndSampleCount)
 {
     RtvId const first = Target(Format::R8G8B8A8);
     RtvId const sameKind = Target(Format::R8G8B8A8);
@@ -145,7 +149,6 @@ TEST_P(ShaderClear, CachesOneShaderPerTypeAndOnePipelinePerFormatAndSampleCount)
     EXPECT_EQ(clear.Shaders().size(), 3u);
     EXPECT_EQ(clear.Pipelines().size(), 5u);
 
-    ZGU_NEEDS_RECORDING_DEVICE();
     Testing::RecordingGpu& gpu = *Recording();
     EXPECT_EQ(gpu.Count(Op::CreateShader), 3u);
     EXPECT_EQ(gpu.Count(Op::CreatePipelineState), 5u);
@@ -164,10 +167,9 @@ TEST_P(ShaderClear, CachesOneShaderPerTypeAndOnePipelinePerFormatAndSampleCount)
               std::string::npos);
 }
 
-TEST_P(ShaderClear, ThrowingDeviceLeavesNothingBehind)
+TEST_P(ShaderClearRecorded, ThrowingDeviceLeavesNothingBehind)
 {
     RtvId const target = Target(Format::R8G8B8A8);
-    ZGU_NEEDS_RECORDING_DEVICE();
     SweepThrowingCalls(*Recording(), [&] {
         ShaderBasedImageClear clear(Gpu());
         clear.Clear(target, 1u, 2u, 3u, 4u);
@@ -184,10 +186,8 @@ TEST_P(ShaderClear, ThrowingDeviceLeavesNothingBehind)
 }
 
 // Values a float path would round (2^24 + 1) or clamp reach the target as given.
-TEST_P(ShaderClear, WritesValuesUnconverted)
+TEST_P(ShaderClearPixels, WritesValuesUnconverted)
 {
-    if (OnRecordingDevice())
-        GTEST_SKIP() << "the recording device does not run shaders";
     ShaderBasedImageClear clear(Gpu());
 
     auto expectEveryPixel = [&](auto const (&value)[4]) {
@@ -209,6 +209,7 @@ TEST_P(ShaderClear, WritesValuesUnconverted)
     expectEveryPixel(f);
 }
 
-INSTANTIATE_DEVICE_TEST_SUITE(ShaderClear);
+INSTANTIATE_DEVICE_TEST_SUITE(ShaderClearRecorded, DeviceCapability::CallLog);
+INSTANTIATE_DEVICE_TEST_SUITE(ShaderClearPixels, DeviceCapability::RealPixels);
 
 } // namespace

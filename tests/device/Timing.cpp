@@ -46,6 +46,9 @@ protected:
     }
 };
 
+// What only a device with a call log and scripting shows.
+class TimingRecorded : public Timing {};
+
 TEST_P(Timing, StopWatchAroundNothingReadsUnavailableOrNonNegative)
 {
     GpuStopWatch stopWatch(Gpu());
@@ -55,9 +58,8 @@ TEST_P(Timing, StopWatchAroundNothingReadsUnavailableOrNonNegative)
     EXPECT_TRUE(seconds == -1.0 || seconds >= 0.0) << seconds;
 }
 
-TEST_P(Timing, StopWatchConvertsTicksWithTimestampsInsideTheFrequencyRange)
+TEST_P(TimingRecorded, StopWatchConvertsTicksWithTimestampsInsideTheFrequencyRange)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetTimestampFrequency(1'000'000);
     Recording()->QueueTimestamps({5000, 7500, 5000, 7500});
     GpuStopWatch stopWatch(Gpu());
@@ -88,9 +90,8 @@ TEST_P(Timing, StopWatchConvertsTicksWithTimestampsInsideTheFrequencyRange)
     EXPECT_DOUBLE_EQ(stopWatch.GetMilliseconds(), 2.5);
 }
 
-TEST_P(Timing, StopWatchDifferenceIsUnsigned)
+TEST_P(TimingRecorded, StopWatchDifferenceIsUnsigned)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetTimestampFrequency(1'000'000);
     Recording()->QueueTimestamps({7500, 5000});
     GpuStopWatch stopWatch(Gpu());
@@ -101,9 +102,8 @@ TEST_P(Timing, StopWatchDifferenceIsUnsigned)
     EXPECT_GT(seconds, 1e13);
 }
 
-TEST_P(Timing, StopWatchWithoutFrequencyReadsNoTimestamps)
+TEST_P(TimingRecorded, StopWatchWithoutFrequencyReadsNoTimestamps)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetTimestampFrequency(0);
     GpuStopWatch stopWatch(Gpu());
     auto const [frequency, start, end] = CreatedQueries();
@@ -118,9 +118,8 @@ TEST_P(Timing, StopWatchWithoutFrequencyReadsNoTimestamps)
     EXPECT_EQ(QueryCalls(), (std::vector<C>{{Op::GetQueryResult, frequency}, {Op::GetQueryResult, frequency}}));
 }
 
-TEST_P(Timing, StopWatchDestructionFinishesDrainsAndDestroysInReverse)
+TEST_P(TimingRecorded, StopWatchDestructionFinishesDrainsAndDestroysInReverse)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     using C = std::pair<Op, std::uint64_t>;
     std::array<std::uint64_t, 3> q{};
     {
@@ -150,9 +149,8 @@ TEST_P(Timing, StopWatchDestructionFinishesDrainsAndDestroysInReverse)
     EXPECT_EQ(Recording()->Ops(), (std::vector<Op>{Op::DestroyQuery, Op::DestroyQuery, Op::DestroyQuery}));
 }
 
-TEST_P(Timing, StopWatchDestructorSwallowsDeviceExceptions)
+TEST_P(TimingRecorded, StopWatchDestructorSwallowsDeviceExceptions)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     {
         GpuStopWatch stopWatch(Gpu());
         stopWatch.Start();
@@ -163,9 +161,8 @@ TEST_P(Timing, StopWatchDestructorSwallowsDeviceExceptions)
     EXPECT_EQ(Recording()->LiveCount(ResourceKind::Query), 0u);
 }
 
-TEST_P(Timing, StopWatchMovesItsQueries)
+TEST_P(TimingRecorded, StopWatchMovesItsQueries)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     GpuStopWatch a(Gpu());
     auto const qa = CreatedQueries(0);
     a.Start();
@@ -200,9 +197,8 @@ TEST_P(Timing, StopWatchMovesItsQueries)
     c.Stop();
 }
 
-TEST_P(Timing, FailedQueryCreationLeavesNoQueryBehind)
+TEST_P(TimingRecorded, FailedQueryCreationLeavesNoQueryBehind)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     for (std::uint64_t nth = 0; nth < 3; ++nth) {
         Recording()->InjectFault(Op::CreateQuery, nth, FaultKind::Throw);
         EXPECT_THROW(GpuStopWatch{Gpu()}, InjectedFault) << nth;
@@ -228,9 +224,8 @@ void RunFrames(Testing::RecordingGpu& gpu, GpuFrameTimer& timer, std::vector<std
     }
 }
 
-TEST_P(Timing, FrameTimerReadsTwoFramesLate)
+TEST_P(TimingRecorded, FrameTimerReadsTwoFramesLate)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetTimestampFrequency(1'000'000);
     GpuFrameTimer timer(Gpu());
     EXPECT_EQ(timer.GetSecondsPerFrame(), 0.0);
@@ -243,9 +238,8 @@ TEST_P(Timing, FrameTimerReadsTwoFramesLate)
     EXPECT_EQ(reads[0]->handles[0], firstFrequency); // the third frame's end reads the first frame
 }
 
-TEST_P(Timing, FrameTimerReportsTheMedianOfElevenSlots)
+TEST_P(TimingRecorded, FrameTimerReportsTheMedianOfElevenSlots)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetTimestampFrequency(1'000'000);
     GpuFrameTimer timer(Gpu());
     // Recorded in this order; the last two frames only let the first eleven be read.
@@ -261,18 +255,16 @@ TEST_P(Timing, FrameTimerReportsTheMedianOfElevenSlots)
     EXPECT_DOUBLE_EQ(timer.GetSecondsPerFrame(), 0.014);
 }
 
-TEST_P(Timing, FrameTimerDropsUnavailableFrames)
+TEST_P(TimingRecorded, FrameTimerDropsUnavailableFrames)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     Recording()->SetTimestampFrequency(0);
     GpuFrameTimer timer(Gpu());
     RunFrames(*Recording(), timer, std::vector<std::uint64_t>(12, 10000));
     EXPECT_EQ(timer.GetSecondsPerFrame(), 0.0); // not -1.0: nothing was stored
 }
 
-TEST_P(Timing, WorkChunkerReadsAStopWatchBeforeReusingIt)
+TEST_P(TimingRecorded, WorkChunkerReadsAStopWatchBeforeReusingIt)
 {
-    ZGU_NEEDS_RECORDING_DEVICE();
     GpuWorkChunker chunker(Gpu());
     auto const first = CreatedQueries(0);
     for (int i = 0; i < 3; ++i) {
@@ -303,4 +295,5 @@ TEST(QueryType, RangeAndSampleAreComplements)
 
 } // namespace
 
-INSTANTIATE_DEVICE_TEST_SUITE(Timing);
+INSTANTIATE_DEVICE_TEST_SUITE(Timing, TestSupport::DeviceCapability::None);
+INSTANTIATE_DEVICE_TEST_SUITE(TimingRecorded, TestSupport::DeviceCapability::CallLog);

@@ -44,6 +44,60 @@ TEST(GlDeviceCreation, WithoutAnEglDriverTheErrorSaysWhy)
         ::testing::ExitedWithCode(3), "no EGL display for a headless GL context");
 }
 
+// Each listed EGL device opens by its index, through the option or the
+// environment; an index past the list or a malformed one is refused with
+// the list of devices there are.
+TEST(GlDeviceCreation, ListedDevicesOpenByIndexAndOthersAreRefusedWithTheList)
+{
+    std::vector<EglDeviceInfo> const devices = ListEglDevices();
+    if (devices.empty())
+        GTEST_SKIP() << "EGL enumerates no devices here";
+    for (EglDeviceInfo const& listed : devices) {
+        SCOPED_TRACE(listed.name);
+        GlDeviceOptions options;
+        options.eglDevice = listed.index;
+        try {
+            GlDevice device(options);
+            EXPECT_EQ(device.Info().eglDevice, listed.index);
+            EXPECT_EQ(device.Info().platform, "device " + std::to_string(listed.index));
+        } catch (GlDeviceError const& error) {
+            // A device may lack desktop GL 4.5; the reason must say which device.
+            EXPECT_THAT(error.what(), HasSubstr("EGL device " + std::to_string(listed.index)));
+        }
+    }
+
+    auto const refusal = [](GlDeviceOptions const& options) {
+        try {
+            GlDevice device(options);
+        } catch (GlDeviceError const& error) {
+            return std::string(error.what());
+        }
+        return std::string("no error");
+    };
+    GlDeviceOptions missing;
+    missing.eglDevice = static_cast<int>(devices.size());
+    std::string const message = refusal(missing);
+    EXPECT_THAT(message, HasSubstr("EGL device " + std::to_string(devices.size()) + " does not exist"));
+    EXPECT_THAT(message, HasSubstr("0 (" + devices[0].name));
+
+    char const* saved = std::getenv("ZGU_EGL_DEVICE");
+    std::string const previous = saved != nullptr ? saved : "";
+    setenv("ZGU_EGL_DEVICE", "first", 1);
+    EXPECT_THAT(refusal({}), HasSubstr("ZGU_EGL_DEVICE='first' is not a device index"));
+    setenv("ZGU_EGL_DEVICE", std::to_string(devices.size()).c_str(), 1);
+    EXPECT_THAT(refusal({}), HasSubstr("does not exist"));
+    setenv("ZGU_EGL_DEVICE", "0", 1);
+    try {
+        EXPECT_EQ(GlDevice().Info().eglDevice, 0);
+    } catch (GlDeviceError const& error) {
+        EXPECT_THAT(error.what(), HasSubstr("EGL device 0"));
+    }
+    if (saved != nullptr)
+        setenv("ZGU_EGL_DEVICE", previous.c_str(), 1);
+    else
+        unsetenv("ZGU_EGL_DEVICE");
+}
+
 TEST_F(GlDeviceTest, DescribesTheContext)
 {
     GlDeviceInfo const& info = Device().Info();
@@ -350,8 +404,9 @@ TEST_F(GlDeviceTest, IndexedDrawsFeedAttributesBySemanticFromSeveralSlots)
     VertexBufferBindings vertexBuffers;
     vertexBuffers.buffers[0] = positions;
     vertexBuffers.buffers[1] = colourBuffer;
-    Device().DrawIndexed(vertexBuffers, indexBuffer, 6, 0);
-    Device().DrawIndexed(vertexBuffers, indexBuffer, 6, 1);
+    IGpu& gpu = Device(); // drawn through the contract, as a renderer would
+    gpu.DrawIndexed(vertexBuffers, indexBuffer, 6, 0);
+    gpu.DrawIndexed(vertexBuffers, indexBuffer, 6, 1);
     EXPECT_EQ(TakeMessages().size(), 1u); // seven indices from a buffer of six
 
     MappedImage const pixels = Device().MapImage(target, {}, MapMode::Read);
@@ -371,6 +426,102 @@ TEST_F(GlDeviceTest, IndexedDrawsFeedAttributesBySemanticFromSeveralSlots)
     Device().DestroyRenderTargetView(view);
     Device().DestroyImage(target);
     EXPECT_EQ(Device().LiveResourceCount(), 0u);
+}
+
+// A binding holds only the low 32 bits of a view's handle; those bits alone
+// must tell a destroyed view from the one now in its slot.
+TEST_F(GlDeviceTest, StalePackedViewsAreReportedNotBound)
+{
+    ImageId const image = Device().CreateImage({{4, 4, 0}, Format::R8G8B8A8, 1, 1, ImageUsage::RenderTarget});
+    ShaderDescription program;
+    program.vertex = "void main() { $Position$ = float4(0.0, 0.0, 0.0, 1.0); }";
+    program.fragment = "[out float4 o : 0]\nvoid main() { $o$ = float4(1.0, 1.0, 1.0, 1.0); }";
+    ShaderId const shader = Device().CreateShader(program);
+    PipelineStateDescription description;
+    description.shader = shader;
+    description.renderTargetFormats[0] = Format::R8G8B8A8;
+    PsoId const pipeline = Device().CreatePipelineState(description);
+    RtvId const old = Device().CreateRenderTargetView(image, {});
+    Device().DestroyRenderTargetView(old);
+    RtvId const fresh = Device().CreateRenderTargetView(image, {});
+    ASSERT_NE(PackedRtvId{old}, PackedRtvId{fresh});
+
+    BindingState bindings;
+    bindings.renderTargets[0] = fresh;
+    Device().BindPipelineState(pipeline, bindings);
+    EXPECT_TRUE(TakeMessages().empty());
+    bindings.renderTargets[0] = old;
+    Device().BindPipelineState(pipeline, bindings);
+    bindings.renderTargets[0] = PackedRtvId{fresh.Handle() & 0xFFFFFu}; // a slot number without a generation
+    Device().BindPipelineState(pipeline, bindings);
+    Device().Draw({}, 3, 0);
+    std::vector<std::string> const messages = TakeMessages();
+    ASSERT_EQ(messages.size(), 3u);
+    EXPECT_THAT(messages[0], HasSubstr("render-target view 0x"));
+    EXPECT_THAT(messages[0], HasSubstr("stale"));
+    EXPECT_THAT(messages[1], HasSubstr("never made by this device"));
+    EXPECT_THAT(messages[2], HasSubstr("no usable pipeline state is bound")) << "a failed binding binds nothing";
+
+    Device().DestroyRenderTargetView(fresh);
+    Device().DestroyPipelineState(pipeline);
+    Device().DestroyShader(shader);
+    Device().DestroyImage(image);
+    EXPECT_TRUE(TakeMessages().empty());
+    EXPECT_EQ(Device().LiveResourceCount(), 0u);
+}
+
+// One constant buffer declared by both stages is one block of the program:
+// the vertex stage moves the triangle by its offset, the fragment stage
+// writes its colour, and both read the same bytes.
+TEST_F(GlDeviceTest, BothStagesReadOneConstantBuffer)
+{
+    ImageId const target = Device().CreateImage({{4, 2, 0}, Format::R32G32B32A32F, 1, 1,
+                                                 ImageUsage::RenderTarget | ImageUsage::HostRead});
+    RtvId const view = Device().CreateRenderTargetView(target, {});
+    std::string const block = "CBUFFER(parameters, 3) { float4 offset; float4 colour; };\n";
+    ShaderDescription program;
+    program.vertex = block + "void main()\n{\n"
+                             "    float x = float($VertexId$ / uint(2)) * 4.0 - 1.0;\n"
+                             "    float y = float($VertexId$ % uint(2)) * 4.0 - 1.0;\n"
+                             "    $Position$ = float4(x, y, 0.0, 1.0) + offset;\n}\n";
+    program.fragment = block + "[out float4 result : 0]\nvoid main() { $result$ = colour; }\n";
+    ShaderId const shader = Device().CreateShader(program);
+    ASSERT_TRUE(shader.IsValid()) << ::testing::PrintToString(TakeMessages());
+    PipelineStateDescription description;
+    description.shader = shader;
+    description.renderTargetFormats[0] = Format::R32G32B32A32F;
+    PsoId const pipeline = Device().CreatePipelineState(description);
+
+    // The offset moves the full-screen triangle right by one clip-space unit:
+    // the left half of the target stays clear.
+    float const constants[8] = {1.0f, 0.0f, 0.0f, 0.0f, 0.25f, 0.5f, 0.75f, 1.0f};
+    BufferId const buffer = Device().CreateBuffer({sizeof constants, BufferUsage::Constant}, constants);
+    BindingState bindings;
+    bindings.constantBuffers[3] = {buffer, ShaderStage::Vertex | ShaderStage::Fragment};
+    bindings.renderTargets[0] = view;
+    Device().BindPipelineState(pipeline, bindings);
+    Device().Draw({}, 3, 0);
+
+    MappedImage const pixels = Device().MapImage(target, {}, MapMode::Read);
+    ASSERT_NE(pixels.data, nullptr);
+    std::vector<float> const got(static_cast<float*>(pixels.data), static_cast<float*>(pixels.data) + 4 * 2 * 4);
+    Device().UnmapImage(target, {});
+    std::vector<float> expected;
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 4; ++x) {
+            if (x < 2)
+                expected.insert(expected.end(), {0.0f, 0.0f, 0.0f, 0.0f});
+            else
+                expected.insert(expected.end(), {0.25f, 0.5f, 0.75f, 1.0f});
+        }
+    EXPECT_EQ(got, expected);
+
+    Device().DestroyBuffer(buffer);
+    Device().DestroyPipelineState(pipeline);
+    Device().DestroyShader(shader);
+    Device().DestroyRenderTargetView(view);
+    Device().DestroyImage(target);
+    EXPECT_EQ(Device().Problems(), "");
 }
 
 TEST_F(GlDeviceTest, DrawingWithoutAUsablePipelineIsReportedNotCrashed)

@@ -47,7 +47,7 @@ TEST(ShaderTranslator, ClearShadersBecomeGlsl450)
     EXPECT_THAT(vertex, HasSubstr("gl_Position = vec4(x, y, 0.0, 1.0);"));
 
     std::string const fragment = Glsl(ShaderStageKind::Fragment, ClearFragmentInt);
-    EXPECT_THAT(fragment, HasSubstr("layout(std140, binding = 0) uniform zgu_fs_constant_buffer { ivec4 ClearColor; };"));
+    EXPECT_THAT(fragment, HasSubstr("layout(std140, binding = 0) uniform zgu_cbuffer0 { ivec4 ClearColor; };"));
     // Integer targets need an integer output: a vec4 would store float bits.
     EXPECT_THAT(fragment, HasSubstr("layout(location = 0) out ivec4 zgu_out_color;"));
     EXPECT_THAT(fragment, HasSubstr("zgu_out_color = ClearColor;"));

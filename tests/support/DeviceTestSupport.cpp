@@ -39,13 +39,27 @@ std::string ToString(DeviceKind kind)
     return "Unknown";
 }
 
-std::vector<DeviceKind> AvailableDeviceKinds()
+std::uint32_t CapabilitiesOf(DeviceKind kind)
+{
+    switch (kind) {
+    case DeviceKind::Recording: return DeviceCapability::CallLog;
+    case DeviceKind::Gl: return DeviceCapability::RealPixels;
+    }
+    return DeviceCapability::None;
+}
+
+std::vector<DeviceKind> DeviceKindsWith(std::uint32_t required)
 {
 #if defined(ZGU_WITH_GL)
-    return {DeviceKind::Recording, DeviceKind::Gl};
+    DeviceKind const built[] = {DeviceKind::Recording, DeviceKind::Gl};
 #else
-    return {DeviceKind::Recording};
+    DeviceKind const built[] = {DeviceKind::Recording};
 #endif
+    std::vector<DeviceKind> kinds;
+    for (DeviceKind kind : built)
+        if ((CapabilitiesOf(kind) & required) == required)
+            kinds.push_back(kind);
+    return kinds;
 }
 
 std::unique_ptr<DeviceProvider> MakeDevice(DeviceKind kind, std::string& whyNot)

@@ -1,15 +1,18 @@
 #pragma once
 
 // Device-facing suites are written once as TEST_P bodies on DeviceTest and
-// instantiated for every available device with INSTANTIATE_DEVICE_TEST_SUITE.
-// Each test gets a fresh device; TearDown fails the test if the device reports
-// problems (leaks, misuse, open maps or queries, device errors).
+// instantiated with INSTANTIATE_DEVICE_TEST_SUITE on every device that has
+// the capabilities the suite needs, and on no other: a skipped test always
+// means a device that should be there is missing. Each test gets a fresh
+// device; TearDown fails the test if the device reports problems (leaks,
+// misuse, open maps or queries, device errors).
 
 #include <Rendering/Device.h>
 #include <Rendering/Testing/RecordingGpu.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,8 +21,21 @@ namespace Zorvan::Rendering::TestSupport {
 
 enum class DeviceKind { Recording, Gl };
 
+// What a device does beyond the device contract, as bits. A suite needs none
+// (the contract alone), some, or all of them.
+namespace DeviceCapability {
+inline constexpr std::uint32_t None = 0;
+// Runs shaders, filters, resolves and keeps time like a GPU, so pixels and
+// timings can be checked by value.
+inline constexpr std::uint32_t RealPixels = 1;
+// Logs every call and can be scripted and made to fail (RecordingGpu).
+inline constexpr std::uint32_t CallLog = 2;
+} // namespace DeviceCapability
+
 std::string ToString(DeviceKind kind);
-std::vector<DeviceKind> AvailableDeviceKinds();
+std::uint32_t CapabilitiesOf(DeviceKind kind);
+// The devices built into these tests that have every capability in `required`.
+std::vector<DeviceKind> DeviceKindsWith(std::uint32_t required);
 
 // One device under test.
 class DeviceProvider {
@@ -29,6 +45,8 @@ public:
     // Everything wrong with the device right now; empty when clean.
     virtual std::string Problems() = 0;
     virtual Testing::RecordingGpu* Recording() { return nullptr; }
+    // Waits until the device has run everything issued so far.
+    virtual void WaitIdle() {}
 };
 
 // Makes a device of the kind, or returns null and says why it cannot exist
@@ -43,7 +61,6 @@ protected:
     IGpu& Gpu() { return provider_->Gpu(); }
     // The recording device, or null when the suite runs on another device.
     Testing::RecordingGpu* Recording() { return provider_->Recording(); }
-    bool OnRecordingDevice() const { return GetParam() == DeviceKind::Recording; }
     DeviceProvider& Provider() { return *provider_; }
 
 private:
@@ -56,15 +73,11 @@ struct DeviceKindName {
 
 } // namespace Zorvan::Rendering::TestSupport
 
-#define INSTANTIATE_DEVICE_TEST_SUITE(Suite)                                                                      \
+// Instantiates Suite on the devices with every capability in `required`
+// (DeviceCapability bits). A build without such a device instantiates none,
+// which is not an error.
+#define INSTANTIATE_DEVICE_TEST_SUITE(Suite, required)                                                            \
+    GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Suite);                                                         \
     INSTANTIATE_TEST_SUITE_P(Devices, Suite,                                                                     \
-                             ::testing::ValuesIn(::Zorvan::Rendering::TestSupport::AvailableDeviceKinds()),     \
+                             ::testing::ValuesIn(::Zorvan::Rendering::TestSupport::DeviceKindsWith(required)),  \
                              ::Zorvan::Rendering::TestSupport::DeviceKindName{})
-
-// Skips the rest of a test body that needs the recording device's log or
-// scripting; the reason is printed.
-#define ZGU_NEEDS_RECORDING_DEVICE()                                                                              \
-    do {                                                                                                          \
-        if (Recording() == nullptr)                                                                               \
-            GTEST_SKIP() << "checks the recording device's call log or scripting";                                \
-    } while (false)

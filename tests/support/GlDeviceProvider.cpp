@@ -15,6 +15,7 @@ public:
     GlProvider() : device_(Gl::GlDeviceOptions{}) {}
     IGpu& Gpu() override { return device_; }
     std::string Problems() override { return device_.Problems(); }
+    void WaitIdle() override { device_.Finish(); }
 
 private:
     Gl::GlDevice device_;

@@ -1,37 +1,38 @@
 #pragma once
 
-// Expectations shared by the shader-based operation suites: field-by-field
-// comparison of pipeline descriptions (the record has no equality: it holds
-// attribute name pointers, floats and padding) and a fault sweep that makes
-// every throwing call of an operation fail in turn.
+// Expectations shared by the shader-based operation suites: comparison of
+// pipeline descriptions that names each differing field, and a fault sweep
+// that makes every throwing call of an operation fail in turn.
 
 #include <Rendering/Device.h>
 #include <Rendering/Testing/RecordingGpu.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace Zorvan::Rendering::TestSupport {
 
 namespace detail {
 
-inline bool SameName(char const* a, char const* b)
+template <typename T>
+auto Printable(T const& value)
 {
-    if (a == nullptr || b == nullptr)
-        return a == b;
-    return std::strcmp(a, b) == 0;
+    if constexpr (std::is_enum_v<T>)
+        return +static_cast<std::underlying_type_t<T>>(value);
+    else
+        return +value;
 }
 
 template <typename T>
 void Compare(std::ostringstream& out, std::string const& field, T const& actual, T const& expected)
 {
     if (!(actual == expected))
-        out << "  " << field << ": " << +actual << ", expected " << +expected << '\n';
+        out << "  " << field << ": " << Printable(actual) << ", expected " << Printable(expected) << '\n';
 }
 
 } // namespace detail
@@ -45,8 +46,7 @@ inline std::string Differences(PipelineStateDescription const& actual, PipelineS
     for (std::size_t i = 0; i < actual.inputLayout.size(); ++i) {
         AttributeDesc const& a = actual.inputLayout[i];
         AttributeDesc const& e = expected.inputLayout[i];
-        if (!detail::SameName(a.name, e.name) || a.index != e.index || a.format != e.format ||
-            a.offset != e.offset || a.slot != e.slot || a.extra != e.extra)
+        if (!(a == e))
             out << "  inputLayout[" << i << "] differs (name " << (a.name ? a.name : "<null>") << ", format "
                 << static_cast<std::uint32_t>(a.format) << ")\n";
     }

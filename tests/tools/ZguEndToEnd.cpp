@@ -22,9 +22,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -90,14 +93,16 @@ protected:
 
     fs::path Path(std::string const& name) const { return dir_ / name; }
 
-    Result Run(std::string const& arguments) const
+    // `variables` are extra environment assignments for the command, e.g. "NAME=value".
+    Result Run(std::string const& arguments, std::string const& variables = "") const
     {
         // Mesa's driver leaks a few small blocks and is unloaded before
         // LeakSanitizer reports, so they cannot be suppressed by module; the
         // commands that open the device check its resource count instead.
         bool const opensDevice = arguments.rfind("mesh", 0) != 0;
         std::string const environment =
-            opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "";
+            (opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "") +
+            (variables.empty() ? "" : variables + " ");
         std::string const command = "cd '" + dir_.string() + "' && " + environment + "'" ZGU_EXECUTABLE "' " +
                                     arguments + " >stdout.txt 2>stderr.txt";
         int const status = std::system(command.c_str());
@@ -181,37 +186,55 @@ TEST_F(ZguTest, MeshSplitsCreasedCornersAndSurvivesARoundTrip)
     EXPECT_EQ(CountLines(obj, "f "), 12u);
 }
 
-TEST_F(ZguTest, MeshAbove65535VerticesSplitsInto16BitSubmeshesWithProgress)
+TEST_F(ZguTest, ShuffledMeshAbove65535VerticesSplitsIntoCompactCacheFriendlySubmeshes)
 {
-    constexpr int n = 300; // (n + 1)^2 = 90601 vertices, 2 n^2 triangles
-    std::ostringstream grid;
-    for (int y = 0; y <= n; ++y)
-        for (int x = 0; x <= n; ++x)
-            grid << "v " << x << ' ' << y << " 0\n";
+    // A smooth height field whose vertices and faces are listed in random
+    // order: cutting the file's face order into 16-bit submeshes would store
+    // most vertices in both halves and leave the cache as cold as the input.
+    constexpr int n = 300; // n^2 = 90000 vertices, 2 (n - 1)^2 triangles
+    std::mt19937 rng(300);
+    std::vector<int> number(n * n);
+    std::iota(number.begin(), number.end(), 1);
+    std::shuffle(number.begin(), number.end(), rng);
+    std::vector<std::string> vertices(number.size());
     for (int y = 0; y < n; ++y)
-        for (int x = 0; x < n; ++x) {
-            int const a = y * (n + 1) + x + 1;
-            grid << "f " << a << ' ' << a + 1 << ' ' << a + n + 2 << "\nf " << a << ' ' << a + n + 2 << ' '
-                 << a + n + 1 << "\n";
+        for (int x = 0; x < n; ++x)
+            vertices[number[y * n + x] - 1] = "v " + std::to_string(x) + ' ' + std::to_string(y) + ' ' +
+                                              std::to_string(3.0 * std::sin(0.05 * x) * std::cos(0.04 * y)) + '\n';
+    std::vector<std::string> faces;
+    for (int y = 0; y + 1 < n; ++y)
+        for (int x = 0; x + 1 < n; ++x) {
+            int const a = number[y * n + x], b = number[y * n + x + 1];
+            int const c = number[(y + 1) * n + x], d = number[(y + 1) * n + x + 1];
+            faces.push_back("f " + std::to_string(a) + ' ' + std::to_string(b) + ' ' + std::to_string(d) + '\n');
+            faces.push_back("f " + std::to_string(a) + ' ' + std::to_string(d) + ' ' + std::to_string(c) + '\n');
         }
-    Write("grid.obj", grid.str());
+    std::shuffle(faces.begin(), faces.end(), rng);
+    std::ofstream obj(Path("field.obj"));
+    for (std::string const& line : vertices)
+        obj << line;
+    for (std::string const& line : faces)
+        obj << line;
+    obj.close();
 
-    Result const result = Run("mesh grid.obj -o grid.ply --json");
+    Result const result = Run("mesh field.obj -o field.ply --json");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     auto const report = nlohmann::json::parse(result.out);
-    EXPECT_EQ(report["triangles"], 2 * n * n);
-    EXPECT_EQ(report["vertices_remapped"], (n + 1) * (n + 1));
-    ASSERT_EQ(report["submeshes"], 2);
+    EXPECT_EQ(report["triangles"], 2 * (n - 1) * (n - 1));
+    ASSERT_EQ(report["vertices_remapped"], n * n); // smooth: no vertex splits
+    ASSERT_GE(report["submeshes"], 2);
     std::size_t total = 0;
     for (auto const& count : report["submesh_vertices"]) {
         EXPECT_LE(count.get<std::size_t>(), 65535u);
         total += count.get<std::size_t>();
     }
     EXPECT_EQ(report["vertices_out"], total);
-    EXPECT_GT(total, std::size_t((n + 1) * (n + 1))); // the row at the cut belongs to both
-    EXPECT_LT(report["acmr_after"].get<double>(), report["acmr_before"].get<double>());
-    EXPECT_NE(result.err.find("reordering submesh 2 of 2"), std::string::npos) << result.err;
-    EXPECT_TRUE(fs::file_size(Path("grid.ply")) > 0);
+    EXPECT_GT(total, std::size_t(n * n)); // the border between submeshes belongs to both
+    EXPECT_LE(double(total) / double(n * n), 1.05);
+    EXPECT_GT(report["acmr_before"].get<double>(), 2.5);
+    EXPECT_LE(report["acmr_after"].get<double>(), 0.75);
+    EXPECT_NE(result.err.find("into 16-bit submeshes"), std::string::npos) << result.err;
+    EXPECT_TRUE(fs::file_size(Path("field.ply")) > 0);
 }
 
 TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
@@ -238,6 +261,7 @@ TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
         {"image broken.png", 1, "broken.png"},
         {"image broken.png --format bgr8", 2, "--format"},
         {"demo --size 12xab", 2, "--size"},
+        {"demo --device -1", 2, "--device"},
     };
     for (Case const& c : cases) {
         Result const result = Run(c.arguments);
@@ -289,6 +313,13 @@ TEST_F(ZguTest, DemoWritesPicturesAndReport)
     EXPECT_GT(render["coverage"].get<double>(), 0.05);
     EXPECT_LT(render["coverage"].get<double>(), 0.95);
     EXPECT_GE(render["gpu_ms_per_frame"].get<double>(), 0.0);
+    // The phases after the frames are timed apiece and add up to the total.
+    double phases = 0.0;
+    for (char const* phase : {"resolve_ms", "copy_ms", "readback_ms", "read_as_doubles_ms"}) {
+        EXPECT_GT(render[phase].get<double>(), 0.0) << phase;
+        phases += render[phase].get<double>();
+    }
+    EXPECT_NEAR(phases, render["resolve_copy_readback_ms"].get<double>(), 1e-6);
 
     Png const frame = LoadPng(Path("out/frame.png"));
     ASSERT_EQ(frame.width, 96);
@@ -338,7 +369,7 @@ TEST_F(ZguTest, ImageWritesEveryMipLevelWithLevelZeroExact)
     }
 }
 
-TEST_F(ZguTest, InfoListsTheFormatCatalogue)
+TEST_F(ZguTest, InfoListsTheFormatCatalogueAndTheEglDevices)
 {
     Result const result = Run("info");
     EXPECT_NE(result.out.find("R32G32B32A32F"), std::string::npos);
@@ -347,6 +378,33 @@ TEST_F(ZguTest, InfoListsTheFormatCatalogue)
         GTEST_SKIP() << "no EGL display here: " << result.err;
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.out.find("renderer"), std::string::npos);
+    // Either a table of devices or the reason there is none, and what is in use.
+    bool const listed = result.out.find("EGL device") != std::string::npos;
+    EXPECT_TRUE(listed || result.out.find("EGL enumerates no devices") != std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("in use"), std::string::npos) << result.out;
+    if (!listed)
+        return;
+    // Device 0 exists wherever the table has a row: asked for by number, it is the one in use.
+    Result const chosen = Run("info --device 0");
+    ASSERT_EQ(chosen.exitCode, 0) << chosen.err;
+    EXPECT_NE(chosen.out.find("device 0"), std::string::npos) << chosen.out;
+}
+
+// A device that does not exist, by option or by environment, fails the
+// command with the list of those that do.
+TEST_F(ZguTest, ChoosingAMissingEglDeviceNamesTheDevicesThereAre)
+{
+    for (auto const& [arguments, variables] : {std::pair<std::string, std::string>{"--device 99 demo", ""},
+                                               {"demo --device 99", ""},
+                                               {"demo", "ZGU_EGL_DEVICE=99"}}) {
+        Result const result = Run(arguments + " --out out --frames 1", variables);
+        EXPECT_EQ(result.exitCode, 1) << arguments << " " << variables << "\n" << result.err;
+        EXPECT_NE(result.err.find("EGL device 99 does not exist"), std::string::npos) << result.err;
+        EXPECT_FALSE(fs::exists(Path("out/report.json")));
+    }
+    Result const malformed = Run("demo --out out --frames 1", "ZGU_EGL_DEVICE=first");
+    EXPECT_EQ(malformed.exitCode, 1) << malformed.err;
+    EXPECT_NE(malformed.err.find("ZGU_EGL_DEVICE='first' is not a device index"), std::string::npos) << malformed.err;
 }
 
 } // namespace

@@ -291,6 +291,65 @@ TEST(RecordingGpu, RenderTargetViewInfoDescribesTheViewedLevel)
     gpu.DestroyImage(image);
 }
 
+TEST(RecordingGpu, PackedViewsAreCaughtWhenStaleThoughOnlyTheirLowBitsTravel)
+{
+    RecordingGpu gpu;
+    ImageId const image = gpu.CreateImage(Desc({4, 4, 0}, ImageUsage::RenderTarget));
+    PsoId const pipeline = gpu.CreatePipelineState({});
+    RtvId const old = gpu.CreateRenderTargetView(image, {});
+    gpu.DestroyRenderTargetView(old);
+    RtvId const fresh = gpu.CreateRenderTargetView(image, {});
+    ASSERT_EQ(fresh.Handle() & 0xFFFFFu, old.Handle() & 0xFFFFFu) << "the slot is reused";
+    ASSERT_NE(fresh.Handle(), old.Handle()) << "the low 32 bits differ all the same";
+
+    BindingState bindings;
+    bindings.renderTargets[0] = fresh;
+    gpu.BindPipelineState(pipeline, bindings);
+    EXPECT_TRUE(gpu.Errors().empty()) << gpu.Problems();
+
+    bindings.renderTargets[0] = old;
+    gpu.BindPipelineState(pipeline, bindings);
+    bindings = {};
+    bindings.depthStencil = PackedRtvId{0x00300000u | (fresh.Handle() & 0xFFFFFu)};
+    gpu.BindPipelineState(pipeline, bindings);
+    EXPECT_THAT(gpu.Errors(),
+                ElementsAre(HasSubstr("stale view, already destroyed"), HasSubstr("unknown view, never created")));
+    EXPECT_THAT(gpu.Dump(), HasSubstr("depth0 RenderTargetView(2, packed gen 3)"));
+
+    // The full handle keeps working where the contract passes 64 bits.
+    gpu.DestroyRenderTargetView(old);
+    EXPECT_THAT(gpu.Errors().back(), HasSubstr("double destroy"));
+    gpu.DestroyRenderTargetView(fresh);
+    gpu.DestroyPipelineState(pipeline);
+    gpu.DestroyImage(image);
+}
+
+TEST(RecordingGpu, DrawIndexedIsLoggedAndChecksItsIndexBuffer)
+{
+    RecordingGpu gpu;
+    BufferId const indices = gpu.CreateBuffer({24, BufferUsage::Index}, nullptr);
+    BufferId const vertices = gpu.CreateBuffer({96, BufferUsage::Vertex}, nullptr);
+    VertexBufferBindings bindings;
+    bindings.buffers[1] = vertices;
+    gpu.DrawIndexed(bindings, indices, 4, 2);
+    EXPECT_TRUE(gpu.Errors().empty()) << gpu.Problems();
+    Call const& draw = *gpu.Calls(Op::DrawIndexed).at(0);
+    EXPECT_EQ(draw.handles[0], indices.Value());
+    EXPECT_EQ(draw.value, 4u);
+    EXPECT_EQ(draw.value2, 2u);
+    EXPECT_EQ(draw.As<VertexBufferBindings>(), bindings);
+    EXPECT_THAT(gpu.Dump(), HasSubstr("DrawIndexed(Buffer(0, gen 1), {slot 1 Buffer(1, gen 1)}, 4 indices from 2)"));
+
+    gpu.DrawIndexed(bindings, indices, 4, 3);   // index 6 is past the 24 bytes
+    gpu.DrawIndexed(bindings, vertices, 3, 0);  // not an index buffer
+    gpu.DestroyBuffer(vertices);
+    gpu.DrawIndexed(bindings, indices, 3, 0);   // stale vertex buffer
+    EXPECT_THAT(gpu.Errors(), ElementsAre(HasSubstr("indices 3 + 4 reach past its 24 bytes"),
+                                          HasSubstr("not an index buffer"),
+                                          HasSubstr("DrawIndexed: Buffer(1, gen 1): stale")));
+    gpu.DestroyBuffer(indices);
+}
+
 // ---- Scripting
 
 TEST(RecordingGpu, FullChainFillAndStrippedFlagsShapeNewImages)

@@ -5,6 +5,7 @@
 
 #include "Commands.h"
 #include "DemoScene.h"
+#include "DeviceFence.h"
 #include "Errors.h"
 #include "GlSession.h"
 #include "MeshPrep.h"
@@ -23,8 +24,10 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace Zorvan::Tool {
 namespace {
@@ -76,7 +79,7 @@ Image MakeImage(IResourceFactory& gpu, Size size, Format format, std::uint32_t s
     ImageDesc const desc{size, format, samples, 1, flags};
     ImageId const id = gpu.CreateImage(desc);
     if (!id.IsValid())
-        throw Failure(std::string("the GL device could not create the ") + what);
+        throw Failure(std::string("the device could not create the ") + what);
     return Image(&gpu, id);
 }
 
@@ -86,27 +89,20 @@ View MakeTargetView(IResourceFactory& gpu, ImageId image)
 }
 
 // The GL device hands rows over bottom-up (its origin is the lower left);
-// PNG rows go top-down.
-void FlipRows(RgbaImage& image)
-{
-    std::size_t const stride = std::size_t(image.width) * 4;
-    for (std::uint32_t y = 0; y < image.height / 2; ++y)
-        std::swap_ranges(image.pixels.begin() + std::ptrdiff_t(y * stride),
-                         image.pixels.begin() + std::ptrdiff_t((y + 1) * stride),
-                         image.pixels.begin() + std::ptrdiff_t((image.height - 1 - y) * stride));
-}
-
+// PNG rows go top-down. The readback writes the rows in PNG order itself, by
+// starting at the last row with a negative pitch.
 RgbaImage ReadRgba(IResourceFactory& gpu, ImageId image, Size size, SubImage where, char const* what)
 {
-    RgbaImage result{size.width, size.height, GetR8G8B8A8(gpu, image, where)};
-    if (result.pixels.size() != std::size_t(size.width) * size.height * 4)
+    std::int64_t const stride = std::int64_t{size.width} * 4;
+    RgbaImage result{size.width, size.height, std::vector<unsigned char>(std::size_t(stride) * size.height)};
+    unsigned char* lastRow = result.pixels.data() + (std::int64_t{size.height} - 1) * stride;
+    if (!GetR8G8B8A8(gpu, image, where, lastRow, -stride))
         throw Failure(std::string("reading back the ") + what + " failed");
-    FlipRows(result);
     return result;
 }
 
 // Depth as grey, nearest white, over the range the scene covers; the far
-// plane (nothing drawn) stays black.
+// plane (nothing drawn) stays black. Rows go top-down, like PNG's.
 RgbaImage NormalisedDepth(std::vector<float> const& depth, Size size, double& nearest, double& farthest,
                           double& coverage)
 {
@@ -126,9 +122,10 @@ RgbaImage NormalisedDepth(std::vector<float> const& depth, Size size, double& ne
         auto const grey =
             depth[i] < 1.0f ? static_cast<unsigned char>(std::lround(255.0 - 215.0 * (depth[i] - nearest) / range))
                             : static_cast<unsigned char>(0);
-        std::fill_n(image.pixels.begin() + std::ptrdiff_t(i * 4), 3, grey);
+        std::size_t const x = i % size.width;
+        std::size_t const y = size.height - 1 - i / size.width;
+        std::fill_n(image.pixels.begin() + std::ptrdiff_t((y * size.width + x) * 4), 3, grey);
     }
-    FlipRows(image);
     return image;
 }
 
@@ -165,11 +162,22 @@ struct Rendered {
     unsigned mipLevels = 0;
     double gpuMillisecondsPerFrame = 0.0;
     double hostSecondsPerFrame = 0.0;
-    double postSeconds = 0.0;
+    // After the frames, each phase waited for: colour and depth resolves;
+    // the shader copy to the thumbnail and the mip chain; the readbacks of
+    // bytes and floats; ReadAsDoubles.
+    double resolveSeconds = 0.0;
+    double copySeconds = 0.0;
+    double readbackSeconds = 0.0;
+    double doublesSeconds = 0.0;
 };
 
-Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const& prepared, Size size,
-                    unsigned frames)
+// Throws Failure naming the stage whose device work failed.
+using DeviceCheck = std::function<void(std::string const& during)>;
+
+// Reaches the device through the contract alone; checkDevice reads whatever
+// diagnostics the concrete device keeps.
+Rendered RenderDemo(IGpu& gpu, DeviceCheck const& checkDevice, MeshData const& mesh, PreparedMesh const& prepared,
+                    Size size, unsigned frames)
 {
     Rendered out;
 
@@ -191,7 +199,14 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
     View colorTarget = MakeTargetView(gpu, msaaColor.Get());
     View depthTarget = MakeTargetView(gpu, msaaDepth.Get());
 
-    DemoScene scene(gpu, mesh, prepared, Format::R8G8B8A8, Format::D32F, SampleCount);
+    std::optional<DemoScene> created;
+    try {
+        created.emplace(gpu, mesh, prepared, Format::R8G8B8A8, Format::D32F, SampleCount);
+    } catch (Failure const& failure) {
+        checkDevice("the demo's scene"); // the device's own words, when it has any
+        throw;
+    }
+    DemoScene& scene = *created;
     scene.SetCamera(LookAtPerspective({7.8, -10.6, 7.4}, {0.0, 0.0, -1.3}, 38.0,
                                       double(size.width) / double(size.height), 1.0, 40.0),
                     {0.37f, -0.56f, 0.74f});
@@ -210,22 +225,31 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
         // Paced like a presenting application: the frame timer reads each
         // frame two frames late and drops it if the device is still busy,
         // which on a software rasteriser would be every frame.
-        gpu.Finish();
+        WaitForDevice(gpu);
     }
-    gpu.Finish();
     out.hostSecondsPerFrame = SecondsSince(start) / frames;
     out.gpuMillisecondsPerFrame = timer.GetMillisecondsPerFrame();
-    ThrowIfDeviceFailed(gpu, "the frames");
+    checkDevice("the frames");
 
+    // Each phase ends when the device is done with it, so its time is its own.
+    auto const phase = [&gpu, &start]() {
+        WaitForDevice(gpu);
+        double const seconds = SecondsSince(start);
+        start = Clock::now();
+        return seconds;
+    };
     start = Clock::now();
     gpu.ResolveImage(msaaColor.Get(), {}, color.Get(), {});
     depthResolver.Resolve(msaaDepth.Get(), depth.Get(), DepthSelectionMode::Min);
+    out.resolveSeconds = phase();
+
     copy.Copy(color.Get(), {}, thumbnail.Get(), {});
     MipMapBuilder mipBuilder(gpu);
     Image mips = mipBuilder.BuildMipMapChain(color.Get(), 0, ImageUsage::ShaderResource);
     if (!mips.IsValid())
-        throw Failure("the GL device could not create the mip chain");
+        throw Failure("the device could not create the mip chain");
     out.mipLevels = gpu.GetImageDescription(mips.Get()).mipLevels;
+    out.copySeconds = phase();
 
     out.frame = ReadRgba(gpu, color.Get(), size, {}, "resolved frame");
     out.thumbnail = ReadRgba(gpu, thumbnail.Get(), thumbSize, {}, "thumbnail");
@@ -234,11 +258,13 @@ Rendered RenderDemo(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const&
     out.depth = GetR32F(gpu, depth.Get());
     if (out.depth.size() != std::size_t(size.width) * size.height)
         throw Failure("reading back the resolved depth failed");
+    out.readbackSeconds = phase();
+
     out.doubles = ReadAsDoubles(gpu, color.Get(), false, {});
     if (out.doubles.size() != std::size_t(size.width) * size.height * 4)
         throw Failure("reading the resolved frame as doubles failed");
-    out.postSeconds = SecondsSince(start);
-    ThrowIfDeviceFailed(gpu, "resolve, copy and readback");
+    out.doublesSeconds = phase();
+    checkDevice("resolve, copy and readback");
     return out;
 }
 
@@ -260,9 +286,13 @@ int RunDemo(DemoOptions const& options)
     PreparedMesh const prepared = PrepareMesh(mesh, CreaseDegrees, CacheSize, [](std::string const&) {});
 
 #if defined(ZGU_TOOL_WITH_GL)
+    // The concrete device only opens here, answers for its diagnostics and
+    // describes itself in the report; the rendering sees IGpu.
     auto device = OpenGlDevice();
-    Rendered const rendered = RenderDemo(*device, mesh, prepared, size, options.frames);
     Gl::GlDevice& gpu = *device;
+    Rendered const rendered = RenderDemo(
+        gpu, [&gpu](std::string const& during) { ThrowIfDeviceFailed(gpu, during); }, mesh, prepared, size,
+        options.frames);
     if (gpu.LiveResourceCount() != 0)
         throw Failure("the demo left " + std::to_string(gpu.LiveResourceCount()) + " device resources alive");
     RgbaImage const& frameImage = rendered.frame;
@@ -273,7 +303,8 @@ int RunDemo(DemoOptions const& options)
     unsigned const mipLevels = rendered.mipLevels;
     double const gpuMillisecondsPerFrame = rendered.gpuMillisecondsPerFrame;
     double const hostSecondsPerFrame = rendered.hostSecondsPerFrame;
-    double const postSeconds = rendered.postSeconds;
+    double const postSeconds =
+        rendered.resolveSeconds + rendered.copySeconds + rendered.readbackSeconds + rendered.doublesSeconds;
 
     double nearest = 0.0;
     double farthest = 0.0;
@@ -314,6 +345,10 @@ int RunDemo(DemoOptions const& options)
                         {"gpu_ms_per_frame", gpuMillisecondsPerFrame},
                         {"host_ms_per_frame", hostSecondsPerFrame * 1000.0},
                         {"resolve_copy_readback_ms", postSeconds * 1000.0},
+                        {"resolve_ms", rendered.resolveSeconds * 1000.0},
+                        {"copy_ms", rendered.copySeconds * 1000.0},
+                        {"readback_ms", rendered.readbackSeconds * 1000.0},
+                        {"read_as_doubles_ms", rendered.doublesSeconds * 1000.0},
                         {"mip_levels", mipLevels},
                         {"coverage", coverage},
                         {"depth_range", {nearest, farthest}},
@@ -340,6 +375,10 @@ int RunDemo(DemoOptions const& options)
     table.Add({"GPU time per frame (median)",
                gpuMillisecondsPerFrame > 0.0 ? Fixed(gpuMillisecondsPerFrame, 2) + " ms" : "n/a (needs 8 frames)"});
     table.Add({"host time per frame", Fixed(hostSecondsPerFrame * 1000.0, 2) + " ms"});
+    table.Add({"resolve / copy + mips / readback / as doubles",
+               Fixed(rendered.resolveSeconds * 1000.0, 1) + " / " + Fixed(rendered.copySeconds * 1000.0, 1) + " / " +
+                   Fixed(rendered.readbackSeconds * 1000.0, 1) + " / " + Fixed(rendered.doublesSeconds * 1000.0, 1) +
+                   " ms"});
     table.Add({"mip levels", std::to_string(mipLevels)});
     table.Add({"pixels covered", Fixed(coverage * 100.0, 1) + " %"});
     table.Add({"written", (dir / "{frame,depth,mips,thumbnail}.png").string() + ", report.json"});

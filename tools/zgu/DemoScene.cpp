@@ -1,7 +1,5 @@
 #include "DemoScene.h"
 
-#if defined(ZGU_TOOL_WITH_GL)
-
 #include "Errors.h"
 
 #include <Rendering/Vertex.h>
@@ -83,15 +81,13 @@ Vec Normalized(Vec a)
     return {a[0] / length, a[1] / length, a[2] / length};
 }
 
+// The device's own diagnostics, if any, reach the user through the caller's
+// check of the device after the failure.
 template <typename Id, typename Owner>
-ScopedResource<Id, Owner> Checked(Gl::GlDevice const& device, Owner& owner, Id id, char const* what)
+ScopedResource<Id, Owner> Checked(Owner& owner, Id id, char const* what)
 {
-    if (!id.IsValid()) {
-        std::string message = std::string("the GL device could not create the demo's ") + what;
-        if (!device.Errors().empty())
-            message += ": " + device.Errors().back();
-        throw Failure(message);
-    }
+    if (!id.IsValid())
+        throw Failure(std::string("the device could not create the demo's ") + what);
     return ScopedResource<Id, Owner>(&owner, id);
 }
 
@@ -124,7 +120,7 @@ Matrix LookAtPerspective(std::array<double, 3> eye, std::array<double, 3> target
     return result;
 }
 
-DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const& prepared, Format colorFormat,
+DemoScene::DemoScene(IGpu& gpu, MeshData const& mesh, PreparedMesh const& prepared, Format colorFormat,
                      Format depthFormat, std::uint32_t sampleCount)
     : gpu_(gpu)
 {
@@ -140,29 +136,29 @@ DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const
     std::vector<std::uint32_t> const indexList = prepared.GlobalIndices();
     indexCount_ = static_cast<std::uint32_t>(indexList.size());
 
-    vertices_ = Checked(gpu, static_cast<IResourceFactory&>(gpu),
+    vertices_ = Checked(static_cast<IResourceFactory&>(gpu),
                         gpu.CreateBuffer({static_cast<std::uint32_t>(interleaved.size() * sizeof(float)),
                                           BufferUsage::Vertex},
                                          interleaved.data()),
                         "vertex buffer");
-    indices_ = Checked(gpu, static_cast<IResourceFactory&>(gpu),
+    indices_ = Checked(static_cast<IResourceFactory&>(gpu),
                        gpu.CreateBuffer({static_cast<std::uint32_t>(indexList.size() * sizeof(std::uint32_t)),
                                          BufferUsage::Index},
                                         indexList.data()),
                        "index buffer");
     Constants const initial{};
-    constants_ = Checked(gpu, static_cast<IResourceFactory&>(gpu),
+    constants_ = Checked(static_cast<IResourceFactory&>(gpu),
                          gpu.CreateBuffer({sizeof(Constants), BufferUsage::Constant | BufferUsage::Dynamic}, &initial),
                          "constant buffer");
 
     ShaderDescription lit;
     lit.vertex = std::string(ConstantsDeclaration) + LitVertexBody;
     lit.fragment = LitFragmentBody;
-    litShader_ = Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreateShader(lit), "lit shader");
+    litShader_ = Checked(gpu, gpu.CreateShader(lit), "lit shader");
     ShaderDescription depthClear;
     depthClear.vertex = FullScreenVertex;
     depthClear.fragment = DepthClearFragment;
-    depthClearShader_ = Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreateShader(depthClear), "depth-clear shader");
+    depthClearShader_ = Checked(gpu, gpu.CreateShader(depthClear), "depth-clear shader");
 
     PipelineStateDescription drawState;
     drawState.inputLayout[0] = {PositionSemantic, 0, Format::R32G32B32F, 0, 0, 0};
@@ -171,7 +167,7 @@ DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const
     drawState.renderTargetFormats[0] = colorFormat;
     drawState.depthStencilFormat = depthFormat;
     drawState.sampleCount = sampleCount;
-    litPipeline_ = Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreatePipelineState(drawState), "draw pipeline");
+    litPipeline_ = Checked(gpu, gpu.CreatePipelineState(drawState), "draw pipeline");
 
     PipelineStateDescription clearState;
     clearState.shader = depthClearShader_.Get();
@@ -179,7 +175,7 @@ DemoScene::DemoScene(Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const
     clearState.depthStencilFormat = depthFormat;
     clearState.sampleCount = sampleCount;
     depthClearPipeline_ =
-        Checked(gpu, static_cast<IGpu&>(gpu), gpu.CreatePipelineState(clearState), "depth-clear pipeline");
+        Checked(gpu, gpu.CreatePipelineState(clearState), "depth-clear pipeline");
 }
 
 void DemoScene::SetCamera(Matrix const& viewProjection, std::array<float, 3> lightDirection)
@@ -209,5 +205,3 @@ void DemoScene::Draw(RtvId color, RtvId depth)
 }
 
 } // namespace Zorvan::Tool
-
-#endif

@@ -1,15 +1,14 @@
 #pragma once
 
-// The demo's drawing on the GL device: the prepared mesh in one vertex and one
-// index buffer, a lit shader in the library's portable dialect, and a depth
-// clear (the library's shader clear writes colour targets only).
-
-#if defined(ZGU_TOOL_WITH_GL)
+// The demo's drawing through the device contract alone: the prepared mesh in
+// one vertex and one index buffer, a lit shader in the library's portable
+// dialect, and a depth clear (the library's shader clear writes colour
+// targets only).
 
 #include "MeshIo.h"
 #include "MeshPrep.h"
 
-#include <Rendering/Gl/GlDevice.h>
+#include <Rendering/Device.h>
 
 #include <array>
 
@@ -24,7 +23,8 @@ Matrix LookAtPerspective(std::array<double, 3> eye, std::array<double, 3> target
 
 class DemoScene {
 public:
-    DemoScene(Rendering::Gl::GlDevice& gpu, MeshData const& mesh, PreparedMesh const& prepared,
+    // Throws Failure naming what the device could not create.
+    DemoScene(Rendering::IGpu& gpu, MeshData const& mesh, PreparedMesh const& prepared,
               Rendering::Format colorFormat, Rendering::Format depthFormat, std::uint32_t sampleCount);
 
     void SetCamera(Matrix const& viewProjection, std::array<float, 3> lightDirection);
@@ -37,7 +37,7 @@ private:
     using Shader = Rendering::ScopedResource<Rendering::ShaderId, Rendering::IGpu>;
     using Pipeline = Rendering::ScopedResource<Rendering::PsoId, Rendering::IGpu>;
 
-    Rendering::Gl::GlDevice& gpu_;
+    Rendering::IGpu& gpu_;
     Buffer vertices_;
     Buffer indices_;
     Buffer constants_;
@@ -49,5 +49,3 @@ private:
 };
 
 } // namespace Zorvan::Tool
-
-#endif

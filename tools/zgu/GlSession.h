@@ -14,8 +14,13 @@
 
 namespace Zorvan::Tool {
 
+// The EGL device the drawing commands open (zgu --device N); without a
+// choice the GL device takes ZGU_EGL_DEVICE, else picks one itself.
+void ChooseEglDevice(int index);
+
 #if defined(ZGU_TOOL_WITH_GL)
-// Throws Failure starting "no EGL display" when no context can be made.
+// Throws Failure starting "no EGL display" when no context can be made, and
+// Failure naming the devices when the chosen one does not exist or open.
 std::unique_ptr<Rendering::Gl::GlDevice> OpenGlDevice();
 // Throws Failure with the first error the device reported, if any.
 void ThrowIfDeviceFailed(Rendering::Gl::GlDevice const& device, std::string const& during);

@@ -53,6 +53,7 @@ int RunImage(ImageOptions const& options)
 
 #if defined(ZGU_TOOL_WITH_GL)
     auto device = OpenGlDevice();
+    IGpu& gpu = *device; // the work goes through the contract; the GL device answers for diagnostics
     bool const floats = options.format == "rgba32f";
     Table table({"level", "size", "file"});
     {
@@ -61,7 +62,7 @@ int RunImage(ImageOptions const& options)
         Format const format = floats ? Format::R32G32B32A32F : Format::R8G8B8A8;
         ImageDesc const desc{size, format, 1, 1,
                              ImageUsage::ShaderResource | ImageUsage::CopySource | ImageUsage::CopyDestination};
-        ScopedResource<ImageId, IResourceFactory> uploaded(device.get(), device->CreateImage(desc));
+        ScopedResource<ImageId, IResourceFactory> uploaded(&gpu, gpu.CreateImage(desc));
         if (!uploaded.IsValid())
             throw Failure("the device could not create a " + std::to_string(source.width) + "x" +
                           std::to_string(source.height) + " " + options.format + " texture");
@@ -69,23 +70,23 @@ int RunImage(ImageOptions const& options)
             std::vector<float> values(source.pixels.size());
             std::transform(source.pixels.begin(), source.pixels.end(), values.begin(),
                            [](unsigned char b) { return float(b) / 255.0f; });
-            FillRgbaTexture(*device, uploaded.Get(), {}, array_view<float const>(values));
+            FillRgbaTexture(gpu, uploaded.Get(), {}, array_view<float const>(values));
         } else {
-            FillRgbaTexture(*device, uploaded.Get(), {}, array_view<unsigned char const>(source.pixels));
+            FillRgbaTexture(gpu, uploaded.Get(), {}, array_view<unsigned char const>(source.pixels));
         }
 
-        MipMapBuilder builder(*device);
+        MipMapBuilder builder(gpu);
         auto chain = builder.BuildMipMapChain(uploaded.Get(), 0, ImageUsage::ShaderResource);
         if (!chain.IsValid())
             throw Failure("the device could not create the mip chain");
-        unsigned const built = device->GetImageDescription(chain.Get()).mipLevels;
+        unsigned const built = gpu.GetImageDescription(chain.Get()).mipLevels;
 
         for (unsigned level = 0; level < built; ++level) {
             SubImage const where{level, 0};
             Size const extent = CalculateMipLevelSize(size, level);
             RgbaImage out{extent.width, extent.height, {}};
-            out.pixels = floats ? ToBytes(GetR32G32B32A32F(*device, chain.Get(), where))
-                                : GetR8G8B8A8(*device, chain.Get(), where);
+            out.pixels = floats ? ToBytes(GetR32G32B32A32F(gpu, chain.Get(), where))
+                                : GetR8G8B8A8(gpu, chain.Get(), where);
             if (out.pixels.size() != std::size_t(extent.width) * extent.height * 4)
                 throw Failure("reading back mip level " + std::to_string(level) + " failed");
             WritePng(LevelPath(prefix, level), out);

@@ -1,4 +1,5 @@
-// zgu info: what the GL device offers, and the pixel-format catalogue.
+// zgu info: the EGL devices there are and which one zgu draws on, what that
+// GL device offers, and the pixel-format catalogue.
 
 #include "Commands.h"
 #include "GlSession.h"
@@ -8,6 +9,7 @@
 
 #include <iostream>
 #include <memory>
+#include <vector>
 
 namespace Zorvan::Tool {
 namespace {
@@ -40,6 +42,41 @@ void PrintFormats(std::ostream& out)
     table.Print(out);
 }
 
+#if defined(ZGU_TOOL_WITH_GL)
+// Every EGL device with what a context on it reports; the one in use marked.
+void PrintEglDevices(std::ostream& out, Rendering::Gl::GlDeviceInfo const* used)
+{
+    namespace Gl = Rendering::Gl;
+    std::vector<Gl::EglDeviceInfo> const devices = Gl::ListEglDevices();
+    Table table({"EGL device", "kind", "name", "GL renderer", ""});
+    for (Gl::EglDeviceInfo const& device : devices) {
+        std::string renderer;
+        if (used != nullptr && used->eglDevice == device.index) {
+            renderer = used->renderer;
+        } else {
+            Gl::GlDeviceOptions options;
+            options.debugOutput = false;
+            options.eglDevice = device.index;
+            try {
+                renderer = Gl::GlDevice(options).Info().renderer;
+            } catch (Gl::GlDeviceError const& e) {
+                renderer = std::string("cannot open: ") + e.what();
+            }
+        }
+        bool const inUse = used != nullptr && used->eglDevice == device.index;
+        table.Add({std::to_string(device.index), device.software ? "software" : "hardware", device.name, renderer,
+                   inUse ? "in use" : ""});
+    }
+    if (!devices.empty())
+        table.Print(out);
+    else
+        out << "EGL enumerates no devices (EGL_EXT_device_enumeration missing or empty)\n";
+    if (used != nullptr && used->eglDevice < 0)
+        out << "in use: Mesa's " << used->platform << " platform (" << used->renderer << ")\n";
+    out << "pick another with --device N or ZGU_EGL_DEVICE=N\n\n";
+}
+#endif
+
 int RunInfo()
 {
 #if defined(ZGU_TOOL_WITH_GL)
@@ -50,6 +87,7 @@ int RunInfo()
     } catch (Failure const& e) {
         deviceError = e.what();
     }
+    PrintEglDevices(std::cout, device ? &device->Info() : nullptr);
     if (device) {
         auto const& info = device->Info();
         Table table({"device", ""});
@@ -80,7 +118,8 @@ int RunInfo()
 
 Command RegisterInfoCommand(CLI::App& app, CLI::App*& subcommand)
 {
-    subcommand = app.add_subcommand("info", "The GL device (renderer, version, limits) and the format catalogue");
+    subcommand = app.add_subcommand("info", "The EGL devices and the one in use, the GL device (renderer, version, "
+                                            "limits) and the format catalogue");
     return [] { return RunInfo(); };
 }
 

@@ -2,6 +2,7 @@
 
 #include "Commands.h"
 #include "Errors.h"
+#include "GlSession.h"
 
 #include <exception>
 #include <iostream>
@@ -32,6 +33,14 @@ int main(int argc, char** argv)
                  "Utilities at work.\nWithout a subcommand it runs `demo`.",
                  "zgu"};
     app.require_subcommand(0, 1);
+    // Subcommands pass options they do not know to zgu itself, so --device
+    // may stand before or after the subcommand.
+    app.fallthrough();
+    int eglDevice = -1;
+    app.add_option("--device", eglDevice,
+                   "EGL device to draw on, by its index in `zgu info` (default: ZGU_EGL_DEVICE, else the first "
+                   "hardware device, else Mesa's surfaceless platform)")
+        ->check(CLI::NonNegativeNumber);
 
     std::vector<std::pair<CLI::App*, Command>> commands;
     CLI::App* demo = nullptr;
@@ -56,6 +65,7 @@ int main(int argc, char** argv)
         return ExitUsage;
     }
 
+    ChooseEglDevice(eglDevice);
     Command chosen = runDemo;
     for (auto const& [subcommand, command] : commands)
         if (subcommand->parsed())

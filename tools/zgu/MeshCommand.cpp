@@ -72,7 +72,7 @@ int RunMesh(MeshOptions const& options)
     report["vertices_out"] = prepared.OutputVertexCount();
     report["submeshes"] = prepared.submeshes.size();
     auto& perSubmesh = report["submesh_vertices"] = nlohmann::ordered_json::array();
-    for (Submesh const& sub : prepared.submeshes)
+    for (Rendering::Submesh const& sub : prepared.submeshes)
         perSubmesh.push_back(sub.vertices.size());
     report["crease_degrees"] = options.creaseDegrees;
     report["cache_size"] = options.cacheSize;
@@ -98,7 +98,7 @@ int RunMesh(MeshOptions const& options)
     table.Add({"ATVR before / after", Fixed(prepared.before.atvr, 3) + " / " + Fixed(prepared.after.atvr, 3)});
     table.Add({"import", Fixed(importSeconds * 1000.0, 1) + " ms"});
     table.Add({"normals + remap", Fixed(prepared.normalsSeconds * 1000.0, 1) + " ms"});
-    table.Add({"tipsify", Fixed(prepared.reorderSeconds * 1000.0, 1) + " ms"});
+    table.Add({"split + tipsify", Fixed(prepared.reorderSeconds * 1000.0, 1) + " ms"});
     if (!options.output.empty())
         table.Add({"export", Fixed(exportSeconds * 1000.0, 1) + " ms"});
     table.Print(std::cout);

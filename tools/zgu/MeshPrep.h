@@ -1,10 +1,9 @@
 #pragma once
 
 // The preparation both `mesh` and `demo` run: crease-aware normals with the
-// vertex remapping they imply, a split into 16-bit submeshes, and Tipsify on
-// each, with cache statistics before and after.
+// vertex remapping they imply, then the library's split into 16-bit
+// submeshes in Tipsify order, with cache statistics before and after.
 
-#include "CacheStats.h"
 #include "MeshIo.h"
 
 #include <Rendering/Mesh.h>
@@ -16,19 +15,13 @@
 
 namespace Zorvan::Tool {
 
-// Consecutive triangles whose vertices fit 16-bit indices.
-struct Submesh {
-    std::vector<std::uint32_t> vertices; // local vertex -> remapped vertex
-    std::vector<std::uint16_t> indices;  // Tipsify order
-};
-
 struct PreparedMesh {
     Rendering::SmoothNormalRemapping<std::uint32_t> remapping;
-    std::vector<Submesh> submeshes;
-    CacheStats before;
-    CacheStats after;
+    std::vector<Rendering::Submesh> submeshes; // their vertices name remapped vertices
+    Rendering::VertexCacheStatistics before;   // the remapped triangles in input order
+    Rendering::VertexCacheStatistics after;    // the submeshes, each drawn with an empty cache
     double normalsSeconds = 0.0;
-    double reorderSeconds = 0.0;
+    double reorderSeconds = 0.0;               // split and Tipsify
 
     std::size_t OutputVertexCount() const;
     // The reordered index list over remapped vertices, submesh after submesh.
@@ -38,8 +31,6 @@ struct PreparedMesh {
     // triangles) are written as zero vectors.
     std::vector<MeshPart> Parts(MeshData const& source) const;
 };
-
-inline constexpr std::uint32_t MaxSubmeshVertices = 65535;
 
 using Progress = std::function<void(std::string const&)>;
 

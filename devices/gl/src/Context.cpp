@@ -2,8 +2,11 @@
 
 #include <Rendering/Gl/GlDevice.h>
 
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <string_view>
 #include <vector>
@@ -35,90 +38,193 @@ std::string EglErrorText(EGLint error)
     return buffer;
 }
 
+using QueryDevices = PFNEGLQUERYDEVICESEXTPROC;
+using QueryDeviceString = PFNEGLQUERYDEVICESTRINGEXTPROC;
+
+std::vector<EGLDeviceEXT> EnumerateDevices()
+{
+    if (!HasExtension(eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS), "EGL_EXT_device_enumeration"))
+        return {};
+    auto const query = reinterpret_cast<QueryDevices>(eglGetProcAddress("eglQueryDevicesEXT"));
+    EGLint count = 0;
+    if (query == nullptr || query(0, nullptr, &count) != EGL_TRUE || count <= 0)
+        return {};
+    std::vector<EGLDeviceEXT> devices(static_cast<std::size_t>(count));
+    if (query(count, devices.data(), &count) != EGL_TRUE)
+        return {};
+    devices.resize(static_cast<std::size_t>(count));
+    return devices;
+}
+
+EglDeviceInfo Describe(EGLDeviceEXT device, int index)
+{
+    auto const query = reinterpret_cast<QueryDeviceString>(eglGetProcAddress("eglQueryDeviceStringEXT"));
+    auto const text = [&](EGLint name) -> std::string {
+        char const* value = query != nullptr ? query(device, name) : nullptr;
+        return value != nullptr ? value : "";
+    };
+    std::string const extensions = text(EGL_EXTENSIONS);
+    EglDeviceInfo info;
+    info.index = index;
+    info.software = HasExtension(extensions.c_str(), "EGL_MESA_device_software");
+    if (HasExtension(extensions.c_str(), "EGL_EXT_device_query_name"))
+        info.name = text(EGL_VENDOR) + " " + text(EGL_RENDERER_EXT);
+    if (info.name.empty() && HasExtension(extensions.c_str(), "EGL_EXT_device_drm_render_node"))
+        info.name = text(EGL_DRM_RENDER_NODE_FILE_EXT);
+    if (info.name.empty() && HasExtension(extensions.c_str(), "EGL_EXT_device_drm"))
+        info.name = text(EGL_DRM_DEVICE_FILE_EXT);
+    if (info.name.empty())
+        info.name = info.software ? "software rasteriser" : "unnamed device";
+    return info;
+}
+
+std::string DeviceList(std::vector<EGLDeviceEXT> const& devices)
+{
+    if (devices.empty())
+        return "EGL lists no devices";
+    std::string list = "the EGL devices are";
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        EglDeviceInfo const info = Describe(devices[i], static_cast<int>(i));
+        list += (i == 0 ? " " : ", ") + std::to_string(i) + " (" + info.name + (info.software ? ", software" : "") + ")";
+    }
+    return list;
+}
+
 } // namespace
 
-// An initialised display, shared by every context of the process and
-// terminated when the last one goes.
+// An initialised display, shared by every context of the process that uses
+// the same platform and device, and terminated when the last one goes.
 class EglDisplay {
 public:
-    EglDisplay(EGLDisplay display, std::string platform) : display_(display), platform_(std::move(platform)) {}
+    EglDisplay(EGLDisplay display, std::string platform, int device)
+        : display_(display), platform_(std::move(platform)), device_(device)
+    {
+    }
     ~EglDisplay() { eglTerminate(display_); }
     EglDisplay(EglDisplay const&) = delete;
     EglDisplay& operator=(EglDisplay const&) = delete;
 
     EGLDisplay Get() const noexcept { return display_; }
     std::string const& Platform() const noexcept { return platform_; }
+    int Device() const noexcept { return device_; }
 
-    static std::shared_ptr<EglDisplay> Acquire(std::string& whyNot)
+    // The display of the device of that index (AutomaticEglDevice: the
+    // environment's choice, else the automatic one); null with the reason
+    // when none opens. A device named explicitly throws when it does not exist.
+    static std::shared_ptr<EglDisplay> Acquire(int requested, std::string& whyNot)
     {
         static std::mutex mutex;
-        static std::weak_ptr<EglDisplay> shared;
         std::lock_guard lock(mutex);
-        if (auto display = shared.lock())
+        if (requested == AutomaticEglDevice)
+            requested = FromEnvironment();
+        std::vector<EGLDeviceEXT> const devices = EnumerateDevices();
+        if (requested >= 0) {
+            if (static_cast<std::size_t>(requested) >= devices.size())
+                throw GlDeviceError("EGL device " + std::to_string(requested) + " does not exist: " +
+                                    DeviceList(devices));
+            auto display = OpenDevice(devices, requested, whyNot);
+            if (!display)
+                throw GlDeviceError("EGL device " + std::to_string(requested) + " does not open (" + whyNot +
+                                    "): " + DeviceList(devices));
             return display;
-        auto display = Open(whyNot);
-        shared = display;
-        return display;
+        }
+        // Hardware first; Mesa's surfaceless platform picks its own device.
+        for (std::size_t i = 0; i < devices.size(); ++i)
+            if (!Describe(devices[i], static_cast<int>(i)).software)
+                if (auto display = OpenDevice(devices, static_cast<int>(i), whyNot))
+                    return display;
+        if (auto display = OpenSurfaceless(whyNot))
+            return display;
+        for (std::size_t i = 0; i < devices.size(); ++i)
+            if (Describe(devices[i], static_cast<int>(i)).software)
+                if (auto display = OpenDevice(devices, static_cast<int>(i), whyNot))
+                    return display;
+        if (devices.empty())
+            whyNot += "no EGL devices; ";
+        return nullptr;
     }
 
 private:
-    static std::shared_ptr<EglDisplay> Initialise(EGLDisplay display, char const* platform, std::string& whyNot)
+    // ZGU_EGL_DEVICE as an index; AutomaticEglDevice when unset or empty.
+    static int FromEnvironment()
+    {
+        char const* value = std::getenv("ZGU_EGL_DEVICE");
+        if (value == nullptr || *value == '\0')
+            return AutomaticEglDevice;
+        int index = -1;
+        std::string_view const text(value);
+        auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), index);
+        if (error != std::errc{} || end != text.data() + text.size() || index < 0)
+            throw GlDeviceError("ZGU_EGL_DEVICE='" + std::string(text) + "' is not a device index: " +
+                                DeviceList(EnumerateDevices()));
+        return index;
+    }
+
+    static std::shared_ptr<EglDisplay> Cached(int key)
+    {
+        auto const found = Shared().find(key);
+        return found != Shared().end() ? found->second.lock() : nullptr;
+    }
+
+    static std::map<int, std::weak_ptr<EglDisplay>>& Shared()
+    {
+        static std::map<int, std::weak_ptr<EglDisplay>> displays;
+        return displays;
+    }
+
+    static std::shared_ptr<EglDisplay> Initialise(EGLDisplay display, std::string platform, int device,
+                                                  std::string& whyNot)
     {
         if (display == EGL_NO_DISPLAY) {
-            whyNot += std::string(platform) + ": no display; ";
+            whyNot += platform + ": no display; ";
             return nullptr;
         }
         EGLint major = 0;
         EGLint minor = 0;
         if (eglInitialize(display, &major, &minor) != EGL_TRUE) {
-            whyNot += std::string(platform) + ": eglInitialize failed (" + EglErrorText(eglGetError()) + "); ";
+            whyNot += platform + ": eglInitialize failed (" + EglErrorText(eglGetError()) + "); ";
             return nullptr;
         }
-        return std::make_shared<EglDisplay>(display, platform);
+        auto shared = std::make_shared<EglDisplay>(display, std::move(platform), device);
+        Shared()[device] = shared;
+        return shared;
     }
 
-    static std::shared_ptr<EglDisplay> Open(std::string& whyNot)
+    static std::shared_ptr<EglDisplay> OpenSurfaceless(std::string& whyNot)
     {
-        char const* clientExtensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
-        if (HasExtension(clientExtensions, "EGL_MESA_platform_surfaceless")) {
-            auto display = Initialise(eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr),
-                                      "surfaceless", whyNot);
-            if (display)
-                return display;
-        } else {
+        if (auto display = Cached(AutomaticEglDevice))
+            return display;
+        if (!HasExtension(eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS), "EGL_MESA_platform_surfaceless")) {
             whyNot += "EGL_MESA_platform_surfaceless not offered; ";
+            return nullptr;
         }
-        if (HasExtension(clientExtensions, "EGL_EXT_platform_device") &&
-            HasExtension(clientExtensions, "EGL_EXT_device_enumeration")) {
-            auto const queryDevices =
-                reinterpret_cast<PFNEGLQUERYDEVICESEXTPROC>(eglGetProcAddress("eglQueryDevicesEXT"));
-            EGLint count = 0;
-            if (queryDevices != nullptr && queryDevices(0, nullptr, &count) == EGL_TRUE && count > 0) {
-                std::vector<EGLDeviceEXT> devices(static_cast<std::size_t>(count));
-                queryDevices(count, devices.data(), &count);
-                for (EGLint i = 0; i < count; ++i) {
-                    auto display = Initialise(eglGetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[i], nullptr),
-                                              "device", whyNot);
-                    if (display)
-                        return display;
-                }
-            } else {
-                whyNot += "no EGL devices; ";
-            }
-        } else {
+        return Initialise(eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr),
+                          "surfaceless", AutomaticEglDevice, whyNot);
+    }
+
+    static std::shared_ptr<EglDisplay> OpenDevice(std::vector<EGLDeviceEXT> const& devices, int index,
+                                                  std::string& whyNot)
+    {
+        if (auto display = Cached(index))
+            return display;
+        if (!HasExtension(eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS), "EGL_EXT_platform_device")) {
             whyNot += "EGL_EXT_platform_device not offered; ";
+            return nullptr;
         }
-        return nullptr;
+        return Initialise(eglGetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[static_cast<std::size_t>(index)],
+                                                nullptr),
+                          "device " + std::to_string(index), index, whyNot);
     }
 
     EGLDisplay display_;
     std::string platform_;
+    int device_;
 };
 
-Context::Context(bool debug)
+Context::Context(bool debug, int eglDevice)
 {
     std::string whyNot;
-    display_ = EglDisplay::Acquire(whyNot);
+    display_ = EglDisplay::Acquire(eglDevice, whyNot);
     if (!display_)
         throw GlDeviceError("no EGL display for a headless GL context: " + whyNot);
     EGLDisplay const display = display_->Get();
@@ -174,6 +280,8 @@ Context::~Context()
     eglDestroyContext(display, context_);
 }
 
+int Context::EglDevice() const noexcept { return display_->Device(); }
+
 void Context::MakeCurrent() const noexcept
 {
     if (eglGetCurrentContext() != context_)
@@ -181,3 +289,16 @@ void Context::MakeCurrent() const noexcept
 }
 
 } // namespace Zorvan::Rendering::Gl::detail
+
+namespace Zorvan::Rendering::Gl {
+
+std::vector<EglDeviceInfo> ListEglDevices()
+{
+    std::vector<EGLDeviceEXT> const devices = detail::EnumerateDevices();
+    std::vector<EglDeviceInfo> list;
+    for (std::size_t i = 0; i < devices.size(); ++i)
+        list.push_back(detail::Describe(devices[i], static_cast<int>(i)));
+    return list;
+}
+
+} // namespace Zorvan::Rendering::Gl

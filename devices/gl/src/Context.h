@@ -13,8 +13,10 @@ class EglDisplay;
 
 class Context {
 public:
-    // Throws GlDeviceError with the reason when no display or context can be made.
-    explicit Context(bool debug);
+    // Opens the EGL device of that index (AutomaticEglDevice: chosen as
+    // GlDeviceOptions says). Throws GlDeviceError with the reason when no
+    // display or context can be made.
+    Context(bool debug, int eglDevice);
     ~Context();
     Context(Context const&) = delete;
     Context& operator=(Context const&) = delete;
@@ -22,6 +24,8 @@ public:
     // Makes the context current on this thread if it is not already.
     void MakeCurrent() const noexcept;
     std::string const& Platform() const noexcept { return platform_; }
+    // Index of the EGL device, or -1 on the surfaceless platform.
+    int EglDevice() const noexcept;
 
 private:
     std::shared_ptr<EglDisplay> display_;

@@ -8,6 +8,8 @@
 #include "Formats.h"
 #include "GlObject.h"
 #include "HandleTable.h"
+#include "Staging.h"
+#include "TextureBin.h"
 
 #include <Rendering/Gl/GlDevice.h>
 
@@ -17,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Zorvan::Rendering::Gl::detail {
@@ -30,16 +33,28 @@ struct BufferRecord {
 struct OpenImageMap {
     SubImage where;
     std::uint32_t mode = 0;
-    Size extent;                   // texels of the mapped level (1 for absent dimensions)
-    std::vector<std::byte> staging;
+};
+
+// Where the content of one sub-image (a level, or a cube face of it) lives.
+// A new image is all zero without clearing anything; the texture and a host
+// copy in staging memory are brought up to date only when used, so a read
+// back through a read-back image is one GPU-to-host copy and an upload one
+// host-to-GPU copy.
+struct SubImageState {
+    bool zero = true;               // nothing has been written: the content is zero
+    bool textureCurrent = false;    // the texture holds the content
+    bool hostCurrent = false;       // `host` holds the content, in the host's layout
+    bool mapped = false;
+    StagingBuffer host;
 };
 
 struct ImageRecord {
-    GlTexture name;
+    GlTexture name;                // made on first GPU use (staging-only images never need one)
     GLenum target = 0;
     ImageDesc description;         // as the caller reads it back (real samples, real levels)
     GlFormat const* format = nullptr;
     std::uint32_t layers = 1;      // cube faces
+    std::vector<SubImageState> subImages; // level-major: level * layers + layer
     std::vector<OpenImageMap> maps;
 };
 
@@ -47,6 +62,10 @@ struct SrvRecord {
     GlTexture name;
     ImageId image;
     GLenum target = 0;
+    std::uint32_t firstLevel = 0;
+    std::uint32_t levelCount = 0;
+    std::uint32_t firstLayer = 0;
+    std::uint32_t layerCount = 0;
 };
 
 struct RtvRecord {
@@ -115,6 +134,8 @@ struct DeviceCore {
             ReportLookup(result, id.Value(), operation, what);
         return record;
     }
+    // The same for a view that reached the device as the low 32 bits of its handle.
+    RtvRecord* FindView(PackedRtvId view, char const* operation, char const* what);
     void ReportLookup(LookupResult result, std::uint64_t handle, char const* operation, char const* what);
 
     void MakeCurrent() const noexcept { context.MakeCurrent(); }
@@ -128,7 +149,7 @@ struct DeviceCore {
     HandleTable<BufferRecord> buffers{ObjectKind::Buffer};
     HandleTable<ImageRecord> images{ObjectKind::Image};
     HandleTable<SrvRecord> shaderResourceViews{ObjectKind::ShaderResourceView};
-    HandleTable<RtvRecord> renderTargetViews{ObjectKind::RenderTargetView};
+    HandleTable<RtvRecord> renderTargetViews{ObjectKind::RenderTargetView, HandlePacking::SlotAndGeneration};
     HandleTable<SamplerRecord> samplers{ObjectKind::Sampler};
     HandleTable<ShaderRecord> shaders{ObjectKind::Shader};
     HandleTable<PipelineRecord> pipelines{ObjectKind::Pipeline};
@@ -141,13 +162,22 @@ struct DeviceCore {
 
     PsoId boundPipeline{};
     bool targetsComplete = false;
+    // The sub-images the bound pipeline's views read and its targets write.
+    std::vector<std::pair<ImageId, SubImage>> boundReads;
+    std::vector<std::pair<ImageId, SubImage>> boundTargets;
+
+    // Staging memory of host maps and copies to and from the host, and
+    // textures of destroyed images kept for new images of the same shape.
+    StagingPool staging{std::size_t{256} << 20};
+    TextureBin textureBin{std::size_t{256} << 20};
 };
 
-// Level extent of an image with absent dimensions kept 0.
+// Level extent of an image with absent dimensions kept 0 (CalculateMipLevelSize).
 Size LevelSize(ImageDesc const& description, std::uint32_t level) noexcept;
 // The same with absent dimensions as 1 (what GL calls for).
 Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept;
 std::string HandleText(std::uint64_t handle);
+std::string PackedHandleText(std::uint32_t handle);
 
 } // namespace Zorvan::Rendering::Gl::detail
 

@@ -1,6 +1,7 @@
 // Draws with the bound pipeline state.
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
 
 namespace Zorvan::Rendering::Gl {
 
@@ -36,6 +37,7 @@ PipelineRecord* PrepareDraw(DeviceCore& s, VertexBufferBindings const& vertexBuf
                                   static_cast<GLsizei>(pipeline->strides[slot]));
     }
     glBindVertexArray(pipeline->vertexArray.Get());
+    PrepareDrawTextures(s);
     return pipeline;
 }
 
@@ -48,8 +50,9 @@ void GlDevice::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t ver
     auto* pipeline = PrepareDraw(s, vertexBuffers, "Draw");
     if (pipeline == nullptr)
         return;
-    glDrawArrays(Topologies[pipeline->description.topology], static_cast<GLint>(firstVertex),
+    glDrawArrays(Topologies[static_cast<std::size_t>(pipeline->description.topology)], static_cast<GLint>(firstVertex),
                  static_cast<GLsizei>(vertexCount));
+    DrawTexturesWritten(s);
     s.CheckGlErrors("Draw");
 }
 
@@ -70,8 +73,9 @@ void GlDevice::DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId i
     if (pipeline == nullptr)
         return;
     glVertexArrayElementBuffer(pipeline->vertexArray.Get(), indices->name.Get());
-    glDrawElements(Topologies[pipeline->description.topology], static_cast<GLsizei>(indexCount), GL_UNSIGNED_INT,
+    glDrawElements(Topologies[static_cast<std::size_t>(pipeline->description.topology)], static_cast<GLsizei>(indexCount), GL_UNSIGNED_INT,
                    reinterpret_cast<void const*>(std::uintptr_t{firstIndex} * 4));
+    DrawTexturesWritten(s);
     s.CheckGlErrors("DrawIndexed");
 }
 

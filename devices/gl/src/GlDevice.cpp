@@ -2,6 +2,8 @@
 
 #include "DeviceCore.h"
 
+#include <Rendering/Image.h>
+
 #include <cstdio>
 #include <sstream>
 
@@ -78,15 +80,18 @@ std::string HandleText(std::uint64_t handle)
     return buffer;
 }
 
+std::string PackedHandleText(std::uint32_t handle)
+{
+    char buffer[16];
+    std::snprintf(buffer, sizeof buffer, "0x%08x", handle);
+    return buffer;
+}
+
 Size LevelSize(ImageDesc const& description, std::uint32_t level) noexcept
 {
-    auto const reduce = [level](std::uint32_t extent) -> std::uint32_t {
-        if (extent == 0)
-            return 0;
-        std::uint32_t const reduced = level >= 32 ? 0 : extent >> level;
-        return reduced == 0 ? 1 : reduced;
-    };
-    return {reduce(description.size.width), reduce(description.size.height), reduce(description.size.depth)};
+    // The library's own rule, so that the device and its callers never
+    // disagree on a level's extent.
+    return CalculateMipLevelSize(description.size, level);
 }
 
 Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept
@@ -98,7 +103,7 @@ Size LevelExtent(ImageDesc const& description, std::uint32_t level) noexcept
     return size;
 }
 
-DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(deviceOptions)), context(options.debugOutput)
+DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(deviceOptions)), context(options.debugOutput, options.eglDevice)
 {
     if (options.debugOutput && (GlInteger(GL_CONTEXT_FLAGS) & GL_CONTEXT_FLAG_DEBUG_BIT) != 0) {
         glEnable(GL_DEBUG_OUTPUT);
@@ -108,6 +113,7 @@ DeviceCore::DeviceCore(GlDeviceOptions deviceOptions) : options(std::move(device
         debugOutput = true;
     }
     info.platform = context.Platform();
+    info.eglDevice = context.EglDevice();
     info.vendor = GlString(GL_VENDOR);
     info.renderer = GlString(GL_RENDERER);
     info.version = GlString(GL_VERSION);
@@ -155,6 +161,16 @@ void DeviceCore::CheckGlErrors(char const* operation)
     }
 }
 
+RtvRecord* DeviceCore::FindView(PackedRtvId view, char const* operation, char const* what)
+{
+    LookupResult result = LookupResult::Found;
+    RtvRecord* record = renderTargetViews.FindPacked(view.Handle(), result);
+    if (record == nullptr)
+        Error(std::string(operation) + ": " + what + " " + PackedHandleText(view.Handle()) + " " + Explain(result) +
+              "; ignored");
+    return record;
+}
+
 void DeviceCore::ReportLookup(LookupResult result, std::uint64_t handle, char const* operation, char const* what)
 {
     Error(std::string(operation) + ": " + what + " " + HandleText(handle) + " " + Explain(result) + "; ignored");
@@ -176,6 +192,8 @@ GlDevice::~GlDevice()
     state_->shaderResourceViews.Clear();
     state_->images.Clear();
     state_->buffers.Clear();
+    state_->staging.Clear();
+    state_->textureBin.Clear();
     state_->readFramebuffer.Reset();
     state_->drawFramebuffer.Reset();
     state_->targetFramebuffer.Reset();

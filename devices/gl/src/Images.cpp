@@ -1,22 +1,19 @@
-// Images: immutable texture storage, descriptions, and host mapping through
-// staging memory (read when mapped, written back when a write map closes).
+// Images: descriptions, creation (the texture itself is made on first GPU
+// use, see ImageStore) and host maps, which hand out the sub-image's staging
+// memory.
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
+
+#include <Rendering/Image.h>
 
 #include <algorithm>
-#include <bit>
 
 namespace Zorvan::Rendering::Gl {
 
 using namespace detail;
 
 namespace {
-
-std::uint32_t FullChainLength(Size size) noexcept
-{
-    std::uint32_t const largest = std::max({size.width, size.height, size.depth, 1u});
-    return static_cast<std::uint32_t>(std::bit_width(largest));
-}
 
 // The smallest sample count GL offers at or above the request (else the
 // largest): llvmpipe, for one, offers 4 only.
@@ -72,7 +69,7 @@ ImageId GlDevice::CreateImage(ImageDesc const& requested)
         return s.Error(what + ": sample count 0"), ImageId{};
 
     ImageDesc description = requested;
-    std::uint32_t const fullChain = FullChainLength(size);
+    std::uint32_t const fullChain = CalculateFullMipChainCount(size);
     if (multisampled) {
         if (requested.mipLevels > 1)
             return s.Error(what + ": a multisampled image has one mip level"), ImageId{};
@@ -97,31 +94,8 @@ ImageId GlDevice::CreateImage(ImageDesc const& requested)
                     : size.height   ? GL_TEXTURE_2D
                                     : GL_TEXTURE_1D;
     record.layers = cube ? 6 : 1;
-    GLuint name = 0;
-    glCreateTextures(record.target, 1, &name);
-    record.name = GlTexture(name);
-    auto const levels = static_cast<GLsizei>(description.mipLevels);
-    auto const w = static_cast<GLsizei>(size.width);
-    auto const h = static_cast<GLsizei>(size.height);
-    switch (record.target) {
-    case GL_TEXTURE_1D: glTextureStorage1D(name, levels, format.internalFormat, w); break;
-    case GL_TEXTURE_2D:
-    case GL_TEXTURE_CUBE_MAP: glTextureStorage2D(name, levels, format.internalFormat, w, h); break;
-    case GL_TEXTURE_3D:
-        glTextureStorage3D(name, levels, format.internalFormat, w, h, static_cast<GLsizei>(size.depth));
-        break;
-    default:
-        glTextureStorage2DMultisample(name, static_cast<GLsizei>(description.sampleCount), format.internalFormat, w,
-                                      h, GL_TRUE);
-        break;
-    }
-    // New images read as zero rather than as whatever memory held.
-    for (GLint level = 0; level < levels; ++level)
-        glClearTexImage(name, level, format.transferFormat, format.transferType, nullptr);
-    if (!multisampled && (format.IsInteger() || format.IsDepth())) {
-        glTextureParameteri(name, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTextureParameteri(name, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    }
+    // Every sub-image starts as zero; nothing is cleared until it is used.
+    record.subImages.resize(std::size_t{description.mipLevels} * record.layers);
     s.CheckGlErrors("CreateImage");
     return ImageId{s.images.Insert(std::move(record))};
 }
@@ -136,6 +110,10 @@ void GlDevice::DestroyImage(ImageId image) noexcept
         return s.ReportLookup(result, image.Value(), "DestroyImage", "image");
     if (!record->maps.empty())
         s.Error("DestroyImage: image " + HandleText(image.Value()) + " destroyed while mapped");
+    // A texture view still alive keeps the storage: it must not be handed to a new image.
+    bool shared = false;
+    s.shaderResourceViews.ForEach([&](SrvRecord const& view) { shared = shared || view.image == image; });
+    Recycle(s, *record, shared);
 }
 
 MappedImage GlDevice::MapImage(ImageId image, SubImage const& where, std::uint32_t mode)
@@ -163,27 +141,20 @@ MappedImage GlDevice::MapImage(ImageId image, SubImage const& where, std::uint32
         if (open.where == where)
             return s.Error(name + ": that sub-image is already mapped"), MappedImage{};
 
-    OpenImageMap map;
-    map.where = where;
-    map.mode = mode;
-    map.extent = LevelExtent(description, where.mipLevel);
-    GlFormat const& format = *record->format;
-    std::size_t const rowPitch = std::size_t{map.extent.width} * format.pixelBytes;
-    std::size_t const bytes = rowPitch * map.extent.height * map.extent.depth;
-    if (bytes > 0x7FFFFFFFu)
+    Size const extent = SubImageExtent(*record, where);
+    std::size_t const rowPitch = std::size_t{extent.width} * record->format->pixelBytes;
+    if (SubImageBytes(*record, where) > 0x7FFFFFFFu)
         return s.Error(name + ": the level is too large to map"), MappedImage{};
-    map.staging.resize(bytes);
-    // Write maps read too, so that what the caller leaves alone stays.
-    glGetTextureSubImage(record->name.Get(), static_cast<GLint>(where.mipLevel), 0, 0,
-                         static_cast<GLint>(where.arraySlice), static_cast<GLsizei>(map.extent.width),
-                         static_cast<GLsizei>(map.extent.height), static_cast<GLsizei>(map.extent.depth),
-                         format.transferFormat, format.transferType, static_cast<GLsizei>(bytes), map.staging.data());
-    ToHostLayout(format, map.staging);
+    // Write maps hand out the content too, so that what the caller leaves alone
+    // stays; on a write-only image that nothing has written, there is none yet.
+    bool const writeOnly = mode == MapMode::Write && (description.flags & ImageUsage::HostRead) == 0;
+    std::byte* data = PrepareHost(s, *record, where, writeOnly);
     s.CheckGlErrors("MapImage");
-    MappedImage mapped{map.staging.data(), static_cast<std::int32_t>(rowPitch),
-                       static_cast<std::int32_t>(rowPitch * map.extent.height)};
-    record->maps.push_back(std::move(map));
-    return mapped;
+    if (data == nullptr)
+        return s.Error(name + ": no staging memory could be mapped"), MappedImage{};
+    StateOf(*record, where).mapped = true;
+    record->maps.push_back({where, mode});
+    return {data, static_cast<std::int32_t>(rowPitch), static_cast<std::int32_t>(rowPitch * extent.height)};
 }
 
 void GlDevice::UnmapImage(ImageId image, SubImage const& where) noexcept
@@ -198,29 +169,10 @@ void GlDevice::UnmapImage(ImageId image, SubImage const& where) noexcept
     // A failed map is followed by an unmap as well: nothing to do then.
     if (open == record->maps.end())
         return;
-    if (open->mode == MapMode::Write) {
-        GlFormat const& format = *record->format;
-        ToGlLayout(format, open->staging);
-        GLuint const name = record->name.Get();
-        auto const level = static_cast<GLint>(where.mipLevel);
-        auto const w = static_cast<GLsizei>(open->extent.width);
-        auto const h = static_cast<GLsizei>(open->extent.height);
-        auto const d = static_cast<GLsizei>(open->extent.depth);
-        switch (record->target) {
-        case GL_TEXTURE_1D:
-            glTextureSubImage1D(name, level, 0, w, format.transferFormat, format.transferType, open->staging.data());
-            break;
-        case GL_TEXTURE_2D:
-            glTextureSubImage2D(name, level, 0, 0, w, h, format.transferFormat, format.transferType,
-                                open->staging.data());
-            break;
-        default: // 3D, and cube maps by face
-            glTextureSubImage3D(name, level, 0, 0, static_cast<GLint>(where.arraySlice), w, h, d,
-                                format.transferFormat, format.transferType, open->staging.data());
-            break;
-        }
-        s.CheckGlErrors("UnmapImage");
-    }
+    // The staging memory is coherent: the texture takes the writes when the GPU next uses it.
+    if (open->mode == MapMode::Write)
+        HostWritten(*record, where);
+    StateOf(*record, where).mapped = false;
     record->maps.erase(open);
 }
 

@@ -2,6 +2,7 @@
 // fixed-function state) and binding them with their resources and targets.
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
 #include "ShaderTranslator.h"
 
 #include <Rendering/Vertex.h>
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <type_traits>
 
 namespace Zorvan::Rendering::Gl {
 
@@ -20,22 +22,28 @@ constexpr GLenum Comparisons[] = {GL_ALWAYS, GL_NEVER, GL_LESS, GL_LEQUAL, GL_EQ
 constexpr GLenum BlendFactors[] = {GL_ZERO, GL_ONE, GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA};
 constexpr GLenum BlendOperations[] = {0, GL_FUNC_ADD, GL_FUNC_SUBTRACT, GL_MIN, GL_MAX};
 
+template <typename Enum>
+constexpr auto Value(Enum e) noexcept
+{
+    return static_cast<std::underlying_type_t<Enum>>(e);
+}
+
 std::string CheckState(PipelineStateDescription const& d)
 {
     if (d.topology > PrimitiveTopology::TriangleStrip)
-        return "unknown topology " + std::to_string(d.topology);
+        return "unknown topology " + std::to_string(Value(d.topology));
     if (d.fillMode > FillMode::Solid)
-        return "unknown fill mode " + std::to_string(d.fillMode);
+        return "unknown fill mode " + std::to_string(Value(d.fillMode));
     if (d.cullMode > CullMode::Front)
-        return "unknown cull mode " + std::to_string(d.cullMode);
+        return "unknown cull mode " + std::to_string(Value(d.cullMode));
     if (d.depthComparison > Comparison::NotEqual || d.stencilComparison > Comparison::NotEqual)
         return "unknown comparison";
     if (d.blendSource > BlendFactor::OneMinusSourceAlpha || d.blendDestination > BlendFactor::OneMinusSourceAlpha)
         return "unknown blend factor";
     if (d.blendOperation < BlendOperation::Add || d.blendOperation > BlendOperation::Max)
-        return "unknown blend operation " + std::to_string(d.blendOperation);
-    if (d.stencilPassOperation > 1)
-        return "unknown stencil operation " + std::to_string(d.stencilPassOperation);
+        return "unknown blend operation " + std::to_string(Value(d.blendOperation));
+    if (d.stencilPassOperation > StencilOperation::Replace)
+        return "unknown stencil operation " + std::to_string(Value(d.stencilPassOperation));
     return {};
 }
 
@@ -58,8 +66,8 @@ void ApplyFixedState(PipelineStateDescription const& d)
     glPolygonOffset(d.slopeScaledDepthBias, d.depthBias);
     if (d.blendEnable != 0) {
         glEnable(GL_BLEND);
-        glBlendFunc(BlendFactors[d.blendSource], BlendFactors[d.blendDestination]);
-        glBlendEquation(BlendOperations[d.blendOperation]);
+        glBlendFunc(BlendFactors[Value(d.blendSource)], BlendFactors[Value(d.blendDestination)]);
+        glBlendEquation(BlendOperations[Value(d.blendOperation)]);
     } else {
         glDisable(GL_BLEND);
     }
@@ -132,6 +140,8 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
     s.MakeCurrent();
     s.boundPipeline = PsoId{};
     s.targetsComplete = false;
+    s.boundReads.clear();
+    s.boundTargets.clear();
     auto* record = s.Find(s.pipelines, pipeline, "BindPipelineState", "pipeline state");
     if (record == nullptr)
         return;
@@ -160,6 +170,7 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
                 return;
             view = srv->name.Get();
             viewTargets[slot] = srv->target;
+            NoteBoundView(s, *srv);
         }
         if (texture.sampler.IsValid()) {
             auto* samplerRecord = s.Find(s.samplers, texture.sampler, "BindPipelineState", "sampler");
@@ -198,18 +209,19 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
     std::array<GLenum, 8> drawBuffers{};
     std::optional<Size> viewport;
     // Attaches a view; depth views go to the depth slot only, colour views to colour slots only.
-    auto const attach = [&](RtvId id, bool depth, GLenum colourPoint, char const* what) -> GlFormat const* {
-        auto* view = s.Find(s.renderTargetViews, id, "BindPipelineState", what);
+    auto const attach = [&](PackedRtvId id, bool depth, GLenum colourPoint, char const* what) -> GlFormat const* {
+        auto* view = s.FindView(id, "BindPipelineState", what);
         if (view == nullptr)
             return nullptr;
         LookupResult alive{};
         if (s.images.Find(view->image.Value(), alive) == nullptr) {
-            s.Error(std::string("BindPipelineState: the image of ") + what + " " + HandleText(id.Value()) + " is gone");
+            s.Error(std::string("BindPipelineState: the image of ") + what + " " + PackedHandleText(id.Handle()) +
+                    " is gone");
             return nullptr;
         }
         GlFormat const& format = LookUpFormat(view->info.format);
         if (format.IsDepth() != depth) {
-            s.Error(std::string("BindPipelineState: ") + what + " " + HandleText(id.Value()) + " is " +
+            s.Error(std::string("BindPipelineState: ") + what + " " + PackedHandleText(id.Handle()) + " is " +
                     (depth ? "not of a depth format" : "of a depth format"));
             return nullptr;
         }
@@ -221,6 +233,7 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
             glNamedFramebufferTexture(framebuffer, point, view->texture, level);
         if (!viewport)
             viewport = view->info.size;
+        NoteBoundTarget(s, *view);
         return &format;
     };
     for (std::size_t slot = 0; slot < bindings.renderTargets.size(); ++slot) {
@@ -258,15 +271,15 @@ void GlDevice::BindPipelineState(PsoId pipeline, BindingState const& bindings)
     // Depth is tested (and, on some drivers, only then written) while a depth view is bound.
     if (depthBound) {
         glEnable(GL_DEPTH_TEST);
-        glDepthFunc(Comparisons[d.depthComparison]);
+        glDepthFunc(Comparisons[Value(d.depthComparison)]);
         glDepthMask(d.depthWriteEnable != 0 ? GL_TRUE : GL_FALSE);
     } else {
         glDisable(GL_DEPTH_TEST);
     }
     if (stencilBound && d.stencilEnable != 0) {
         glEnable(GL_STENCIL_TEST);
-        glStencilFunc(Comparisons[d.stencilComparison], static_cast<GLint>(d.stencilReference), d.stencilReadMask);
-        glStencilOp(GL_KEEP, GL_KEEP, d.stencilPassOperation == 1 ? GL_REPLACE : GL_KEEP);
+        glStencilFunc(Comparisons[Value(d.stencilComparison)], static_cast<GLint>(d.stencilReference), d.stencilReadMask);
+        glStencilOp(GL_KEEP, GL_KEEP, d.stencilPassOperation == StencilOperation::Replace ? GL_REPLACE : GL_KEEP);
         glStencilMask(d.stencilWriteMask);
     } else {
         glDisable(GL_STENCIL_TEST);

@@ -328,8 +328,10 @@ private:
                 return Fail(at, "CBUFFER needs a name");
             if (!slot)
                 return Fail(at, "CBUFFER needs a slot number");
-            out += "layout(std140, binding = " + std::to_string(*slot) + ") uniform zgu_" + ToString(stage_) + "_" +
-                   std::string(name);
+            // Named by slot, not by stage: a buffer both stages declare is one
+            // block of the linked program, and GLSL checks that they agree.
+            out += "layout(std140, binding = " + std::to_string(*slot) + ") uniform zgu_cbuffer" +
+                   std::to_string(*slot);
             return true;
         }
         if (word == "TEXTURE_2D" || word == "TEXTURE_2DMS") {

@@ -2,9 +2,11 @@
 // filtered blits when they differ (so level-to-level copies build mip
 // chains), and multisample resolves. GL needs no usage flags for either, so
 // the copy and resolve flags are not demanded: a texture made for sampling
-// (flags 0x41) may still seed a mip chain.
+// (flags 0x41) may still seed a mip chain. Exact copies into read-back
+// images and out of upload images skip one texture (see ImageStore).
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
 
 namespace Zorvan::Rendering::Gl {
 
@@ -44,9 +46,11 @@ GLbitfield BlitMask(GlFormat const& format) noexcept
 
 // Blits one level (every slice of a 3D level, each from the nearest source
 // slice) from source to destination.
-bool Blit(DeviceCore& s, ImageRecord const& source, SubImage const& from, ImageRecord const& destination,
-          SubImage const& to, GLenum filter, char const* operation)
+bool Blit(DeviceCore& s, ImageRecord& source, SubImage const& from, ImageRecord& destination, SubImage const& to,
+          GLenum filter, char const* operation)
 {
+    PrepareTexture(s, source, from);
+    TextureOf(s, destination);
     Size const sourceSize = LevelExtent(source.description, from.mipLevel);
     Size const destinationSize = LevelExtent(destination.description, to.mipLevel);
     bool const sourceLayered = source.target == GL_TEXTURE_CUBE_MAP || source.target == GL_TEXTURE_3D;
@@ -75,6 +79,7 @@ bool Blit(DeviceCore& s, ImageRecord const& source, SubImage const& from, ImageR
                                static_cast<GLint>(destinationSize.width), static_cast<GLint>(destinationSize.height),
                                BlitMask(*source.format), filter);
     }
+    TextureWritten(s, destination, to);
     return true;
 }
 
@@ -104,11 +109,15 @@ void GlDevice::CopyImage(ImageId source, SubImage const& sourceWhere, ImageId de
     bool const sameExtent = sourceSize == destinationSize;
     bool const exact = a.pixelBytes == b.pixelBytes && (!a.IsDepth() || a.internalFormat == b.internalFormat);
     if (sameExtent && exact) {
+        if (CopyAroundTextures(s, *from, sourceWhere, *to, destinationWhere))
+            return s.CheckGlErrors("CopyImage");
+        PrepareTexture(s, *from, sourceWhere);
         glCopyImageSubData(from->name.Get(), from->target, static_cast<GLint>(sourceWhere.mipLevel), 0, 0,
-                           static_cast<GLint>(sourceWhere.arraySlice), to->name.Get(), to->target,
+                           static_cast<GLint>(sourceWhere.arraySlice), TextureOf(s, *to), to->target,
                            static_cast<GLint>(destinationWhere.mipLevel), 0, 0,
                            static_cast<GLint>(destinationWhere.arraySlice), static_cast<GLsizei>(sourceSize.width),
                            static_cast<GLsizei>(sourceSize.height), static_cast<GLsizei>(sourceSize.depth));
+        TextureWritten(s, *to, destinationWhere);
     } else {
         if (from->description.sampleCount > 1)
             return s.Error(what + ": multisampled images copy only at equal extents and pixel sizes");

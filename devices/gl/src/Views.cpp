@@ -2,6 +2,7 @@
 // records; the framebuffer is assembled when bound) and samplers.
 
 #include "DeviceCore.h"
+#include "ImageStore.h"
 
 namespace Zorvan::Rendering::Gl {
 
@@ -33,8 +34,9 @@ SrvId GlDevice::CreateShaderResourceView(ImageId image, ShaderResourceViewDescri
     // glTextureView wants a name that has never been bound: glGenTextures, not glCreateTextures.
     GLuint name = 0;
     glGenTextures(1, &name);
-    SrvRecord view{GlTexture(name), image, target};
-    glTextureView(name, target, record->name.Get(), record->format->internalFormat, description.firstMipLevel,
+    SrvRecord view{GlTexture(name), image, target, description.firstMipLevel, levelCount,
+                   description.firstArraySlice, layerCount};
+    glTextureView(name, target, TextureOf(s, *record), record->format->internalFormat, description.firstMipLevel,
                   levelCount, description.firstArraySlice, layerCount);
     if (target != GL_TEXTURE_2D_MULTISAMPLE) {
         // Unfiltered unless a sampler says otherwise: integer and depth
@@ -71,7 +73,7 @@ RtvId GlDevice::CreateRenderTargetView(ImageId image, RenderTargetViewDescriptio
     Size const size = LevelSize(imageDescription, description.mipLevel);
     RtvRecord view;
     view.image = image;
-    view.texture = record->name.Get();
+    view.texture = TextureOf(s, *record);
     view.info = {imageDescription.format, imageDescription.sampleCount, size, image, description};
     if (record->target == GL_TEXTURE_CUBE_MAP || record->target == GL_TEXTURE_3D) {
         std::uint32_t const layers = record->target == GL_TEXTURE_3D ? size.depth : record->layers;
@@ -104,8 +106,8 @@ SamplerId GlDevice::CreateSampler(SamplerDescription const& description)
     auto& s = *state_;
     s.MakeCurrent();
     if (description.filter > SamplerFilter::Linear || description.addressMode > SamplerAddress::Clamp)
-        return s.Error("CreateSampler: unknown filter " + std::to_string(description.filter) + " or address mode " +
-                       std::to_string(description.addressMode)),
+        return s.Error("CreateSampler: unknown filter " + std::to_string(static_cast<std::uint32_t>(description.filter)) +
+                       " or address mode " + std::to_string(static_cast<std::uint32_t>(description.addressMode))),
                SamplerId{};
     GLuint name = 0;
     glCreateSamplers(1, &name);

@@ -18,7 +18,7 @@ constexpr std::array<char const*, Recording::OpCount> OpNames{
     "DestroyRenderTargetView", "DestroyShaderResourceView", "DestroyImage", "CreateShaderResourceView",
     "CreateRenderTargetView", "CopyImage", "ResolveImage", "MapImage", "UnmapImage", "CreateSampler",
     "CreateShader", "DestroyShader", "Draw", "BeginQuery", "EndQuery", "RecordQuery", "GetQueryResult",
-    "CreatePipelineState", "DestroyQuery", "DestroyPipelineState", "BindPipelineState", "CreateQuery",
+    "DrawIndexed", "CreatePipelineState", "DestroyQuery", "DestroyPipelineState", "BindPipelineState", "CreateQuery",
 };
 
 constexpr std::array<char const*, ResourceKindCount> KindNames{
@@ -96,10 +96,18 @@ namespace Recording {
 
 std::string HandleText(ResourceKind kind, std::uint64_t handle)
 {
-    auto const slot = static_cast<std::uint32_t>(handle);
-    if (slot == ~std::uint32_t{0})
+    if (static_cast<std::uint32_t>(handle) == ~std::uint32_t{0})
         return std::string("invalid ") + ToString(kind) + " handle";
-    return std::string(ToString(kind)) + "(" + std::to_string(slot) + ", gen " + std::to_string(handle >> 32) + ")";
+    return std::string(ToString(kind)) + "(" + std::to_string(SlotIndex(handle)) + ", gen " +
+           std::to_string(handle >> 32) + ")";
+}
+
+std::string PackedHandleText(std::uint32_t handle)
+{
+    if (handle == ~std::uint32_t{0})
+        return "invalid packed RenderTargetView handle";
+    return "RenderTargetView(" + std::to_string(handle & SlotMask) + ", packed gen " +
+           std::to_string(handle >> SlotBits) + ")";
 }
 
 std::string Hex(std::uint32_t value)
@@ -116,10 +124,10 @@ void DeviceState::Error(Op op, std::string const& message)
 
 Slot* DeviceState::Lookup(Op op, std::uint64_t handle, ResourceKind kind)
 {
-    auto const index = static_cast<std::uint32_t>(handle);
+    auto const index = SlotIndex(handle);
     auto const generation = static_cast<std::uint32_t>(handle >> 32);
     std::string const who = HandleText(kind, handle);
-    if (index == ~std::uint32_t{0}) {
+    if (static_cast<std::uint32_t>(handle) == ~std::uint32_t{0}) {
         Error(op, who);
         return nullptr;
     }
@@ -132,26 +140,50 @@ Slot* DeviceState::Lookup(Op op, std::uint64_t handle, ResourceKind kind)
         Error(op, who + (IsDestroy(op) ? ": already destroyed (double destroy)" : ": stale handle, already destroyed"));
         return nullptr;
     }
-    if (generation > slot.generation || !slot.live) {
+    auto const liveKind = static_cast<ResourceKind>(slot.resource.index());
+    if (generation > slot.generation || !slot.live || handle != MakeHandle(index, generation, liveKind)) {
         Error(op, who + ": unknown handle, never created");
         return nullptr;
     }
-    if (static_cast<ResourceKind>(slot.resource.index()) != kind) {
-        Error(op, who + ": wrong kind, the handle names a live " +
-                      ToString(static_cast<ResourceKind>(slot.resource.index())));
+    if (liveKind != kind) {
+        Error(op, who + ": wrong kind, the handle names a live " + ToString(liveKind));
         return nullptr;
     }
     return &slot;
 }
 
+TargetResource* DeviceState::FindPackedView(Op op, std::uint32_t handle)
+{
+    auto const index = handle & SlotMask;
+    auto const shortGeneration = handle >> SlotBits;
+    std::string const who = PackedHandleText(handle);
+    if (handle == ~std::uint32_t{0}) {
+        Error(op, who);
+        return nullptr;
+    }
+    if (shortGeneration == 0 || index >= slots.size() ||
+        (slots[index].generation < 0xFFFu && shortGeneration > ShortGeneration(slots[index].generation))) {
+        Error(op, who + ": unknown view, never created");
+        return nullptr;
+    }
+    Slot& slot = slots[index];
+    auto* target = std::get_if<TargetResource>(&slot.resource);
+    if (!slot.live || target == nullptr ||
+        handle != static_cast<std::uint32_t>(MakeHandle(index, slot.generation, ResourceKind::RenderTargetView))) {
+        Error(op, who + ": stale view, already destroyed");
+        return nullptr;
+    }
+    return target;
+}
+
 Slot const* DeviceState::LiveSlot(std::uint64_t handle, ResourceKind kind) const noexcept
 {
-    auto const index = static_cast<std::uint32_t>(handle);
+    auto const index = SlotIndex(handle);
     if (index >= slots.size())
         return nullptr;
     Slot const& slot = slots[index];
-    if (!slot.live || slot.generation != static_cast<std::uint32_t>(handle >> 32) ||
-        static_cast<ResourceKind>(slot.resource.index()) != kind)
+    if (!slot.live || static_cast<ResourceKind>(slot.resource.index()) != kind ||
+        handle != MakeHandle(index, slot.generation, kind))
         return nullptr;
     return &slot;
 }
@@ -164,26 +196,30 @@ void DeviceState::ThrowNotLive(ResourceKind kind, std::uint64_t handle, char con
 
 std::uint64_t DeviceState::Add(Resource resource)
 {
+    std::size_t const kind = resource.index();
+    if (kind >= ResourceKindCount)
+        throw std::invalid_argument("RecordingGpu: a resource without a value");
     std::uint32_t index = 0;
     if (!freeSlots.empty()) {
         index = freeSlots.back();
         freeSlots.pop_back();
     } else {
+        if (slots.size() >= MaxSlots)
+            throw std::length_error("RecordingGpu: more than " + std::to_string(MaxSlots) + " live resources");
         index = static_cast<std::uint32_t>(slots.size());
         slots.emplace_back();
     }
-    auto const kind = resource.index();
     Slot& slot = slots[index];
     slot.live = true;
     slot.resource = std::move(resource);
     ++created[kind];
     ++live[kind];
-    return (std::uint64_t{slot.generation} << 32) | index;
+    return MakeHandle(index, slot.generation, static_cast<ResourceKind>(kind));
 }
 
 void DeviceState::Remove(std::uint64_t handle) noexcept
 {
-    auto const index = static_cast<std::uint32_t>(handle);
+    auto const index = SlotIndex(handle);
     Slot& slot = slots[index];
     --live[slot.resource.index()];
     slot.live = false;
@@ -252,7 +288,8 @@ std::string RecordingGpu::Problems() const
             auto const& slot = s.slots[index];
             if (!slot.live || slot.resource.index() != kind)
                 continue;
-            std::uint64_t const handle = (std::uint64_t{slot.generation} << 32) | index;
+            std::uint64_t const handle =
+                Recording::MakeHandle(static_cast<std::uint32_t>(index), slot.generation, static_cast<ResourceKind>(kind));
             std::string const who = Recording::HandleText(static_cast<ResourceKind>(kind), handle);
             liveLines.push_back(who + ": " + Describe(slot.resource));
             if (auto const* buffer = std::get_if<Recording::BufferResource>(&slot.resource); buffer && buffer->map)

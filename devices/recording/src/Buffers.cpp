@@ -20,8 +20,7 @@ std::uint32_t RecordingGpu::GetMaximumBufferSize()
 BufferDescription RecordingGpu::GetBufferDescription(BufferId buffer)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::GetBufferDescription, .handles = {buffer.Value(), Recording::NoHandle}});
-    auto const* b = s.Find<BufferResource>(Op::GetBufferDescription, buffer.Value());
+    auto const* b = s.EnterOn<BufferResource>(Op::GetBufferDescription, buffer.Value());
     return b == nullptr ? BufferDescription{} : b->description;
 }
 
@@ -38,16 +37,13 @@ BufferId RecordingGpu::CreateBuffer(BufferDescription const& description, void c
     BufferResource buffer{description, std::vector<std::byte>(description.size), std::nullopt};
     if (initialData != nullptr && description.size != 0)
         std::memcpy(buffer.bytes.data(), initialData, description.size);
-    std::uint64_t const handle = s.Add(std::move(buffer));
-    s.Current().result = handle;
-    return BufferId{handle};
+    return s.Created<BufferId>(std::move(buffer));
 }
 
 void RecordingGpu::DestroyBuffer(BufferId buffer) noexcept
 {
     auto& s = *state_;
-    s.Enter({.op = Op::DestroyBuffer, .handles = {buffer.Value(), Recording::NoHandle}});
-    auto const* b = s.Find<BufferResource>(Op::DestroyBuffer, buffer.Value());
+    auto const* b = s.EnterOn<BufferResource>(Op::DestroyBuffer, buffer.Value());
     if (b == nullptr)
         return;
     if (b->map)
@@ -100,16 +96,17 @@ void* RecordingGpu::MapBuffer(BufferId buffer, std::uint32_t mode)
 void RecordingGpu::UnmapBuffer(BufferId buffer) noexcept
 {
     auto& s = *state_;
-    s.Enter({.op = Op::UnmapBuffer, .handles = {buffer.Value(), Recording::NoHandle}});
-    auto* b = s.Find<BufferResource>(Op::UnmapBuffer, buffer.Value());
+    auto* b = s.EnterOn<BufferResource>(Op::UnmapBuffer, buffer.Value());
     if (b == nullptr)
         return;
     if (!b->map) {
         s.Error(Op::UnmapBuffer, Recording::HandleText(ResourceKind::Buffer, buffer.Value()) + ": not mapped");
         return;
     }
-    if (!b->map->failed && b->map->mode == MapMode::Write)
+    if (!b->map->failed && b->map->mode == MapMode::Write) {
         std::copy_n(b->map->staging.begin(), b->bytes.size(), b->bytes.begin());
+        s.Current().written = b->bytes;
+    }
     b->map.reset();
 }
 

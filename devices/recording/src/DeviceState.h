@@ -133,7 +133,26 @@ struct PendingFault {
     FaultKind kind{};
 };
 
+// Handle layout: the low 32 bits hold the slot index (below 2^20); those of
+// a render-target view also hold a short generation (1 to 4095) above it, so
+// that a view packed into 32 bits still reads as stale once destroyed. The
+// upper 32 bits hold the whole generation.
+inline constexpr std::uint32_t SlotBits = 20;
+inline constexpr std::uint32_t SlotMask = (std::uint32_t{1} << SlotBits) - 1;
+// The last slot could read as the invalid handle with the largest short generation.
+inline constexpr std::size_t MaxSlots = SlotMask;
+
+constexpr std::uint32_t ShortGeneration(std::uint32_t generation) noexcept { return (generation - 1) % 0xFFFu + 1; }
+constexpr std::uint32_t SlotIndex(std::uint64_t handle) noexcept { return static_cast<std::uint32_t>(handle) & SlotMask; }
+constexpr std::uint64_t MakeHandle(std::uint32_t index, std::uint32_t generation, ResourceKind kind) noexcept
+{
+    std::uint32_t const low =
+        kind == ResourceKind::RenderTargetView ? (ShortGeneration(generation) << SlotBits) | index : index;
+    return (std::uint64_t{generation} << 32) | low;
+}
+
 std::string HandleText(ResourceKind kind, std::uint64_t handle);
+std::string PackedHandleText(std::uint32_t handle);
 std::string Hex(std::uint32_t value);
 bool IsCreate(Op op) noexcept;
 
@@ -196,6 +215,34 @@ struct DeviceState {
     R& Expect(std::uint64_t handle, char const* what)
     {
         return const_cast<R&>(static_cast<DeviceState const*>(this)->Expect<R>(handle, what));
+    }
+
+    // A render-target view named by the low 32 bits of its handle (a packed
+    // field of BindingState); null after recording why it is not live.
+    TargetResource* FindPackedView(Op op, std::uint32_t handle);
+
+    // Logs a call whose one handle argument names a resource of kind R, then
+    // finds it (null after recording why not).
+    template <typename R>
+    R* EnterOn(Op op, std::uint64_t handle)
+    {
+        Enter({.op = op, .handles = {handle, NoHandle}});
+        return Find<R>(op, handle);
+    }
+    // Logs and performs a destroy of a resource that needs no further checks.
+    template <typename R>
+    void Destroy(Op op, std::uint64_t handle) noexcept
+    {
+        if (EnterOn<R>(op, handle) != nullptr)
+            Remove(handle);
+    }
+    // Adds what the current create call made and logs its handle as the result.
+    template <typename IdType>
+    IdType Created(Resource resource)
+    {
+        std::uint64_t const handle = Add(std::move(resource));
+        Current().result = handle;
+        return IdType{handle};
     }
 
     Slot* Lookup(Op op, std::uint64_t handle, ResourceKind kind);

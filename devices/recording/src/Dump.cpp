@@ -17,7 +17,8 @@ ResourceKind ArgumentKind(Op op) noexcept
     case Op::GetBufferDescription:
     case Op::DestroyBuffer:
     case Op::MapBuffer:
-    case Op::UnmapBuffer: return ResourceKind::Buffer;
+    case Op::UnmapBuffer:
+    case Op::DrawIndexed: return ResourceKind::Buffer;
     case Op::GetRenderTargetViewDescription:
     case Op::DestroyRenderTargetView: return ResourceKind::RenderTargetView;
     case Op::DestroyShaderResourceView: return ResourceKind::ShaderResourceView;
@@ -76,11 +77,16 @@ void Payload(std::ostringstream& out, Call::Payload const& payload)
             if (bindings->textures[i].sampler.IsValid())
                 slot("sampler", i, ResourceKind::Sampler, bindings->textures[i].sampler.Value());
         }
+        auto view = [&](char const* name, std::size_t index, PackedRtvId handle) {
+            if (handle.IsValid()) {
+                out << separator << name << index << ' ' << Recording::PackedHandleText(handle.Handle());
+                separator = ", ";
+            }
+        };
         for (std::size_t i = 0; i < bindings->renderTargets.size(); ++i)
-            if (bindings->renderTargets[i].IsValid())
-                slot("target", i, ResourceKind::RenderTargetView, bindings->renderTargets[i].Value());
-        if (bindings->depthStencil.IsValid())
-            slot("depth", 0, ResourceKind::RenderTargetView, bindings->depthStencil.Value());
+            view("target", i, bindings->renderTargets[i]);
+        view("depth", 0, bindings->depthStencil);
+        view("view", 0, bindings->reservedView);
     } else if (auto const* vertices = std::get_if<VertexBufferBindings>(&payload)) {
         char const* separator = "";
         for (std::size_t i = 0; i < vertices->buffers.size(); ++i) {
@@ -104,6 +110,7 @@ std::string Value(Call const& call)
     case Op::MapImage: return call.value == MapMode::Write ? "write" : call.value == MapMode::Read ? "read" : "mode " + std::to_string(call.value);
     case Op::CreateQuery: return call.value == 1 ? "TimestampFrequency" : call.value == 0 ? "Timestamp" : "type " + std::to_string(call.value);
     case Op::Draw: return std::to_string(call.value) + " vertices from " + std::to_string(call.value2);
+    case Op::DrawIndexed: return std::to_string(call.value) + " indices from " + std::to_string(call.value2);
     default: return {};
     }
 }

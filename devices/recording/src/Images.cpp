@@ -61,24 +61,20 @@ ImageId RecordingGpu::CreateImage(ImageDesc const& description)
         for (std::uint32_t i = 0; i < image.slices * image.samples; ++i)
             image.storage.emplace_back(bytes);
     }
-    std::uint64_t const handle = s.Add(std::move(image));
-    s.Current().result = handle;
-    return ImageId{handle};
+    return s.Created<ImageId>(std::move(image));
 }
 
 ImageDesc RecordingGpu::GetImageDescription(ImageId image)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::GetImageDescription, .handles = {image.Value(), Recording::NoHandle}});
-    auto const* i = s.Find<ImageResource>(Op::GetImageDescription, image.Value());
+    auto const* i = s.EnterOn<ImageResource>(Op::GetImageDescription, image.Value());
     return i == nullptr ? ImageDesc{} : i->description;
 }
 
 void RecordingGpu::DestroyImage(ImageId image) noexcept
 {
     auto& s = *state_;
-    s.Enter({.op = Op::DestroyImage, .handles = {image.Value(), Recording::NoHandle}});
-    auto const* i = s.Find<ImageResource>(Op::DestroyImage, image.Value());
+    auto const* i = s.EnterOn<ImageResource>(Op::DestroyImage, image.Value());
     if (i == nullptr)
         return;
     for (auto const& [where, map] : i->maps)
@@ -109,9 +105,7 @@ SrvId RecordingGpu::CreateShaderResourceView(ImageId image, ShaderResourceViewDe
                     std::to_string(i->levels) + " mips and " + std::to_string(i->slices) + " slices");
         return SrvId{};
     }
-    std::uint64_t const handle = s.Add(Recording::ViewResource{image, description});
-    s.Current().result = handle;
-    return SrvId{handle};
+    return s.Created<SrvId>(Recording::ViewResource{image, description});
 }
 
 RtvId RecordingGpu::CreateRenderTargetView(ImageId image, RenderTargetViewDescription const& description)
@@ -133,16 +127,13 @@ RtvId RecordingGpu::CreateRenderTargetView(ImageId image, RenderTargetViewDescri
                     std::to_string(i->slices) + " slices");
         return RtvId{};
     }
-    std::uint64_t const handle = s.Add(Recording::TargetResource{image, description});
-    s.Current().result = handle;
-    return RtvId{handle};
+    return s.Created<RtvId>(Recording::TargetResource{image, description});
 }
 
 RenderTargetViewInfo RecordingGpu::GetRenderTargetViewDescription(RtvId view)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::GetRenderTargetViewDescription, .handles = {view.Value(), Recording::NoHandle}});
-    auto const* v = s.Find<Recording::TargetResource>(Op::GetRenderTargetViewDescription, view.Value());
+    auto const* v = s.EnterOn<Recording::TargetResource>(Op::GetRenderTargetViewDescription, view.Value());
     if (v == nullptr)
         return {};
     auto const* i = s.Peek<ImageResource>(v->image.Value());
@@ -159,18 +150,12 @@ RenderTargetViewInfo RecordingGpu::GetRenderTargetViewDescription(RtvId view)
 
 void RecordingGpu::DestroyShaderResourceView(SrvId view) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroyShaderResourceView, .handles = {view.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::ViewResource>(Op::DestroyShaderResourceView, view.Value()) != nullptr)
-        s.Remove(view.Value());
+    state_->Destroy<Recording::ViewResource>(Op::DestroyShaderResourceView, view.Value());
 }
 
 void RecordingGpu::DestroyRenderTargetView(RtvId view) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroyRenderTargetView, .handles = {view.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::TargetResource>(Op::DestroyRenderTargetView, view.Value()) != nullptr)
-        s.Remove(view.Value());
+    state_->Destroy<Recording::TargetResource>(Op::DestroyRenderTargetView, view.Value());
 }
 
 SamplerId RecordingGpu::CreateSampler(SamplerDescription const& description)
@@ -178,17 +163,12 @@ SamplerId RecordingGpu::CreateSampler(SamplerDescription const& description)
     auto& s = *state_;
     if (s.Enter({.op = Op::CreateSampler, .payload = description}) == FaultKind::InvalidHandle)
         return SamplerId{};
-    std::uint64_t const handle = s.Add(Recording::SamplerResource{description});
-    s.Current().result = handle;
-    return SamplerId{handle};
+    return s.Created<SamplerId>(Recording::SamplerResource{description});
 }
 
 void RecordingGpu::DestroySampler(SamplerId sampler) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroySampler, .handles = {sampler.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::SamplerResource>(Op::DestroySampler, sampler.Value()) != nullptr)
-        s.Remove(sampler.Value());
+    state_->Destroy<Recording::SamplerResource>(Op::DestroySampler, sampler.Value());
 }
 
 // ---- Scripting

@@ -16,6 +16,12 @@ void CheckOptional(Recording::DeviceState& s, Op op, IdType id)
         s.Find<R>(op, id.Value());
 }
 
+void CheckOptionalView(Recording::DeviceState& s, PackedRtvId view)
+{
+    if (view.IsValid())
+        s.FindPackedView(Op::BindPipelineState, view.Handle());
+}
+
 } // namespace
 
 ShaderId RecordingGpu::CreateShader(ShaderDescription const& description)
@@ -23,17 +29,12 @@ ShaderId RecordingGpu::CreateShader(ShaderDescription const& description)
     auto& s = *state_;
     if (s.Enter({.op = Op::CreateShader, .payload = description}) == FaultKind::InvalidHandle)
         return ShaderId{};
-    std::uint64_t const handle = s.Add(Recording::ShaderResource{description});
-    s.Current().result = handle;
-    return ShaderId{handle};
+    return s.Created<ShaderId>(Recording::ShaderResource{description});
 }
 
 void RecordingGpu::DestroyShader(ShaderId shader) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroyShader, .handles = {shader.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::ShaderResource>(Op::DestroyShader, shader.Value()) != nullptr)
-        s.Remove(shader.Value());
+    state_->Destroy<Recording::ShaderResource>(Op::DestroyShader, shader.Value());
 }
 
 PsoId RecordingGpu::CreatePipelineState(PipelineStateDescription const& description)
@@ -42,17 +43,12 @@ PsoId RecordingGpu::CreatePipelineState(PipelineStateDescription const& descript
     if (s.Enter({.op = Op::CreatePipelineState, .payload = description}) == FaultKind::InvalidHandle)
         return PsoId{};
     CheckOptional<Recording::ShaderResource>(s, Op::CreatePipelineState, description.shader);
-    std::uint64_t const handle = s.Add(Recording::PipelineResource{description});
-    s.Current().result = handle;
-    return PsoId{handle};
+    return s.Created<PsoId>(Recording::PipelineResource{description});
 }
 
 void RecordingGpu::DestroyPipelineState(PsoId pipeline) noexcept
 {
-    auto& s = *state_;
-    s.Enter({.op = Op::DestroyPipelineState, .handles = {pipeline.Value(), Recording::NoHandle}});
-    if (s.Find<Recording::PipelineResource>(Op::DestroyPipelineState, pipeline.Value()) != nullptr)
-        s.Remove(pipeline.Value());
+    state_->Destroy<Recording::PipelineResource>(Op::DestroyPipelineState, pipeline.Value());
 }
 
 void RecordingGpu::BindPipelineState(PsoId pipeline, BindingState const& bindings)
@@ -67,9 +63,9 @@ void RecordingGpu::BindPipelineState(PsoId pipeline, BindingState const& binding
         CheckOptional<Recording::SamplerResource>(s, Op::BindPipelineState, binding.sampler);
     }
     for (auto const& target : bindings.renderTargets)
-        CheckOptional<Recording::TargetResource>(s, Op::BindPipelineState, target);
-    CheckOptional<Recording::TargetResource>(s, Op::BindPipelineState, bindings.depthStencil);
-    CheckOptional<Recording::TargetResource>(s, Op::BindPipelineState, bindings.reservedView);
+        CheckOptionalView(s, target);
+    CheckOptionalView(s, bindings.depthStencil);
+    CheckOptionalView(s, bindings.reservedView);
 }
 
 void RecordingGpu::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t vertexCount,
@@ -79,6 +75,29 @@ void RecordingGpu::Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t
     s.Enter({.op = Op::Draw, .value = vertexCount, .value2 = firstVertex, .payload = vertexBuffers});
     for (auto const& buffer : vertexBuffers.buffers)
         CheckOptional<Recording::BufferResource>(s, Op::Draw, buffer);
+}
+
+void RecordingGpu::DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId indexBuffer,
+                               std::uint32_t indexCount, std::uint32_t firstIndex)
+{
+    auto& s = *state_;
+    s.Enter({.op = Op::DrawIndexed,
+             .handles = {indexBuffer.Value(), Recording::NoHandle},
+             .value = indexCount,
+             .value2 = firstIndex,
+             .payload = vertexBuffers});
+    if (auto const* indices = s.Find<Recording::BufferResource>(Op::DrawIndexed, indexBuffer.Value())) {
+        std::string const who = Recording::HandleText(ResourceKind::Buffer, indexBuffer.Value());
+        if ((indices->description.flags & BufferUsage::Index) == 0)
+            s.Error(Op::DrawIndexed, who + ": not an index buffer (flags " + Recording::Hex(indices->description.flags) +
+                                         ")");
+        else if ((std::uint64_t{firstIndex} + indexCount) * sizeof(std::uint32_t) > indices->description.size)
+            s.Error(Op::DrawIndexed, who + ": indices " + std::to_string(firstIndex) + " + " +
+                                         std::to_string(indexCount) + " reach past its " +
+                                         std::to_string(indices->description.size) + " bytes");
+    }
+    for (auto const& buffer : vertexBuffers.buffers)
+        CheckOptional<Recording::BufferResource>(s, Op::DrawIndexed, buffer);
 }
 
 ShaderDescription const& RecordingGpu::Shader(ShaderId shader) const

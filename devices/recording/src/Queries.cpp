@@ -36,16 +36,13 @@ QueryId RecordingGpu::CreateQuery(QueryType type)
         s.Error(Op::CreateQuery, "unknown query type " + std::to_string(static_cast<std::uint32_t>(type)));
         return QueryId{};
     }
-    std::uint64_t const handle = s.Add(QueryResource{.type = type});
-    s.Current().result = handle;
-    return QueryId{handle};
+    return s.Created<QueryId>(QueryResource{.type = type});
 }
 
 void RecordingGpu::DestroyQuery(QueryId query) noexcept
 {
     auto& s = *state_;
-    s.Enter({.op = Op::DestroyQuery, .handles = {query.Value(), Recording::NoHandle}});
-    auto const* q = s.Find<QueryResource>(Op::DestroyQuery, query.Value());
+    auto const* q = s.EnterOn<QueryResource>(Op::DestroyQuery, query.Value());
     if (q == nullptr)
         return;
     if (q->open)
@@ -56,8 +53,7 @@ void RecordingGpu::DestroyQuery(QueryId query) noexcept
 void RecordingGpu::BeginQuery(QueryId query)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::BeginQuery, .handles = {query.Value(), Recording::NoHandle}});
-    auto* q = s.Find<QueryResource>(Op::BeginQuery, query.Value());
+    auto* q = s.EnterOn<QueryResource>(Op::BeginQuery, query.Value());
     if (q == nullptr)
         return;
     std::string const who = HandleText(ResourceKind::Query, query.Value());
@@ -72,8 +68,7 @@ void RecordingGpu::BeginQuery(QueryId query)
 void RecordingGpu::EndQuery(QueryId query)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::EndQuery, .handles = {query.Value(), Recording::NoHandle}});
-    auto* q = s.Find<QueryResource>(Op::EndQuery, query.Value());
+    auto* q = s.EnterOn<QueryResource>(Op::EndQuery, query.Value());
     if (q == nullptr)
         return;
     std::string const who = HandleText(ResourceKind::Query, query.Value());
@@ -90,8 +85,7 @@ void RecordingGpu::EndQuery(QueryId query)
 void RecordingGpu::RecordQuery(QueryId query)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::RecordQuery, .handles = {query.Value(), Recording::NoHandle}});
-    auto* q = s.Find<QueryResource>(Op::RecordQuery, query.Value());
+    auto* q = s.EnterOn<QueryResource>(Op::RecordQuery, query.Value());
     if (q == nullptr)
         return;
     if (q->type != QueryType::Timestamp) {
@@ -105,8 +99,7 @@ void RecordingGpu::RecordQuery(QueryId query)
 std::uint64_t RecordingGpu::GetQueryResult(QueryId query)
 {
     auto& s = *state_;
-    s.Enter({.op = Op::GetQueryResult, .handles = {query.Value(), Recording::NoHandle}});
-    auto const* q = s.Find<QueryResource>(Op::GetQueryResult, query.Value());
+    auto const* q = s.EnterOn<QueryResource>(Op::GetQueryResult, query.Value());
     std::uint64_t result = 0;
     if (q != nullptr) {
         if (q->fixed)

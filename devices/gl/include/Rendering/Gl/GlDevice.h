@@ -20,13 +20,33 @@ enum class MessageSeverity { Info, Warning, Error };
 
 using MessageCallback = std::function<void(MessageSeverity, std::string const&)>;
 
+// Pick the EGL device automatically (see GlDeviceOptions::eglDevice).
+inline constexpr int AutomaticEglDevice = -1;
+
 struct GlDeviceOptions {
     // Receives driver debug output and the device's own diagnostics (stale
     // handles, compile errors with the translated source, ...).
     MessageCallback onMessage;
     // Ask the driver for a debug context and forward its messages.
     bool debugOutput = true;
+    // The EGL device to open, by its index in ListEglDevices(). Automatic:
+    // the index in the environment variable ZGU_EGL_DEVICE if it is set,
+    // else the first hardware device, else Mesa's surfaceless platform, else
+    // the first device that opens. A named device that does not exist or
+    // does not open is an error that lists the devices there are.
+    int eglDevice = AutomaticEglDevice;
 };
+
+// One device of the EGL device platform (EGL_EXT_device_enumeration).
+struct EglDeviceInfo {
+    int index = 0;
+    std::string name;       // renderer or DRM node, as far as EGL tells
+    bool software = false;  // a software rasteriser (EGL_MESA_device_software)
+};
+
+// The EGL devices this process can see, in EGL's order; empty when EGL
+// cannot enumerate devices.
+std::vector<EglDeviceInfo> ListEglDevices();
 
 // Thrown by the constructor when no display or context can be made.
 class GlDeviceError : public std::runtime_error {
@@ -36,6 +56,7 @@ public:
 
 struct GlDeviceInfo {
     std::string platform;              // EGL platform the display came from
+    int eglDevice = AutomaticEglDevice; // index of the EGL device; -1 on the surfaceless platform
     std::string vendor;
     std::string renderer;
     std::string version;
@@ -97,11 +118,9 @@ public:
     void EndQuery(QueryId query) override;
     void RecordQuery(QueryId query) override;
     std::uint64_t GetQueryResult(QueryId query) override;
-
-    // Indexed draw of 32-bit indices from an index buffer (BufferUsage::Index)
-    // with the bound pipeline.
     void DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId indexBuffer, std::uint32_t indexCount,
-                     std::uint32_t firstIndex);
+                     std::uint32_t firstIndex) override;
+
     // Waits until the device has executed everything issued so far.
     void Finish();
 

@@ -15,7 +15,10 @@
 //   a map.
 //
 // Behaviour of the device operations:
-// - Handles: low 32 bits are a slot, upper 32 bits a generation.
+// - Handles: low 32 bits are a slot, upper 32 bits a generation. A
+//   render-target view's low 32 bits carry a 12-bit generation above a 20-bit
+//   slot as well, so the packed views of a BindingState (low 32 bits only)
+//   are still caught when stale.
 // - MapImage exposes one sub-image (all depth slices) through a staging copy:
 //   read maps need HostRead (0x08), write maps HostWrite (0x10); the staged
 //   bytes are written back on UnmapImage of a write map. A write map of a
@@ -81,6 +84,7 @@ enum class Op : std::uint32_t {
     EndQuery,
     RecordQuery,
     GetQueryResult,
+    DrawIndexed,
     CreatePipelineState,
     DestroyQuery,
     DestroyPipelineState,
@@ -95,9 +99,11 @@ inline constexpr std::size_t ResourceKindCount = 8;
 char const* ToString(ResourceKind kind);
 
 // One recorded call. handles[] hold the handle arguments in argument order
-// (e.g. source then destination of a copy); result holds a returned handle or
-// value (all ones when there is none; a map gives 1 when it handed out memory,
-// 0 when it returned null); payload the record argument, if any.
+// (e.g. source then destination of a copy, the index buffer of DrawIndexed);
+// result holds a returned handle or value (all ones when there is none; a map
+// gives 1 when it handed out memory, 0 when it returned null); payload the
+// record argument, if any; written, for the UnmapBuffer of a write map, the
+// bytes the buffer holds after it (what the caller wrote).
 struct Call {
     using Payload = std::variant<std::monostate, BufferDescription, ImageDesc, ShaderDescription,
                                  PipelineStateDescription, BindingState, ShaderResourceViewDescription,
@@ -106,11 +112,12 @@ struct Call {
     Op op{};
     std::array<std::uint64_t, 2> handles{~std::uint64_t{0}, ~std::uint64_t{0}};
     std::array<SubImage, 2> subImages{};
-    std::uint32_t value = 0;   // map mode, vertex count, query type
-    std::uint32_t value2 = 0;  // first vertex
+    std::uint32_t value = 0;   // map mode, vertex or index count, query type
+    std::uint32_t value2 = 0;  // first vertex or index
     std::uint64_t result = ~std::uint64_t{0};
     bool faulted = false;      // an injected fault hit this call
     Payload payload{};
+    std::vector<std::byte> written{};
 
     template <typename T>
     T const& As() const { return std::get<T>(payload); }
@@ -169,6 +176,10 @@ public:
     void EndQuery(QueryId query) override;
     void RecordQuery(QueryId query) override;
     std::uint64_t GetQueryResult(QueryId query) override;
+    // Checks the index buffer (live, BufferUsage::Index, the indices inside
+    // it) and the vertex buffers; like Draw, executes nothing.
+    void DrawIndexed(VertexBufferBindings const& vertexBuffers, BufferId indexBuffer, std::uint32_t indexCount,
+                     std::uint32_t firstIndex) override;
 
     // ---- IGpu
     PsoId CreatePipelineState(PipelineStateDescription const& description) override;
