@@ -14,13 +14,14 @@ import sys
 # job, ours, anchor, target ratio (None: for reference only), unit, what is compared
 JOBS = [
     ("tipsify", "ours", "meshopt", 1.0, "tri", "Tipsify vs meshopt_optimizeVertexCacheFifo"),
-    # "ours" is the array form; "ours_scalar" one exported call per value.
+    # "ours" is the array form; "ours_scalar" one exported call per value. The
+    # array forms run on F16C where the processor has it, so F16C is their bar.
     ("float2half", "ours", "imath", 2.0, "val", "float2half (array form) vs Imath half (software)"),
     ("float2half", "ours_scalar", "imath", None, "val", "float2half (one call per value) vs Imath half (software)"),
-    ("float2half", "ours", "f16c", None, "val", "float2half (array form) vs F16C (physical limit)"),
+    ("float2half", "ours", "f16c", 0.8, "val", "float2half (array form) vs F16C (physical limit)"),
     ("half2float", "ours", "imath", 1.0, "val", "half2float (array form) vs Imath half (lookup table)"),
     ("half2float", "ours_scalar", "imath", None, "val", "half2float (one call per value) vs Imath half (lookup table)"),
-    ("half2float", "ours", "f16c", None, "val", "half2float (array form) vs F16C (physical limit)"),
+    ("half2float", "ours", "f16c", 0.8, "val", "half2float (array form) vs F16C (physical limit)"),
     ("normals", "ours", "assimp", 5.0, "tri", "CalculateSmoothTriangleVertexNormals vs Assimp GenSmoothNormals"),
     ("normals", "ours_1thread", "assimp", None, "tri", "same, ours on one thread"),
     ("normals_threads", "t2", "t1", 1.7, "tri", "CalculateSmoothTriangleVertexNormals, 2 threads vs 1"),
