@@ -1,8 +1,9 @@
 // float2half / half2float over whole arrays, against Imath's half (software
 // path) and against the F16C instructions as the physical limit. "ours" is
-// the array form (one call per array), "ours_scalar" one exported call per
-// value. "l1" arrays stay in the first-level cache, "dram" arrays are far
-// larger than the last.
+// the array form (one call per array), which runs on F16C itself where the
+// processor has it and must give the tables' bits all the same;
+// "ours_scalar" is one exported call per value. "l1" arrays stay in the
+// first-level cache, "dram" arrays are far larger than the last.
 
 #include "BenchSupport.h"
 #include "HalfKernels.h"

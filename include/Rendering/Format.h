@@ -93,7 +93,9 @@ ZGU_API unsigned short float2half(float value);
 ZGU_API float half2float(unsigned short value);
 // Array forms for whole images: element i of out is the scalar conversion of
 // element i of in, bit for bit. min(in.size(), out.size()) values are
-// converted; the rest of out is left as it was.
+// converted; the rest of out is left as it was; in and out must not overlap.
+// They use the processor's conversion instructions where it has them, with
+// no trap and no floating-point status flag left behind.
 ZGU_API void float2half(std::span<float const> in, std::span<unsigned short> out);
 ZGU_API void half2float(std::span<unsigned short const> in, std::span<float> out);
 

@@ -54,9 +54,15 @@ struct SmoothNormalRemapping {
 };
 
 // Splits every source vertex into as many new vertices as its corners have
-// distinct smoothed normals (exact equality, no tolerance) and maps every
-// corner to its new vertex. New vertices are numbered in ascending order of
-// (source index, normal x, y, z); unused source vertices yield none.
+// distinct smoothed normals (exact float equality, no tolerance, so -0 and +0
+// are one value) and maps every corner to its new vertex. New vertices are
+// numbered in ascending order of (source index, normal x, y, z); unused source
+// vertices yield none. A corner whose normal has a NaN component (nothing but
+// zero-area faces around it) equals no other: it gets a new vertex of its own,
+// numbered after the other new vertices of its source vertex, in corner
+// order. Corners whose normals differ only in the sign of a zero share a new
+// vertex that keeps the lowest-numbered corner's bits. The result is the same
+// on every run, whatever the thread count.
 ZGU_API SmoothNormalRemapping<std::uint32_t> CalculateSmoothNormalRemapping(
     span<Math::point<float, 3> const> positions, span<std::array<std::uint32_t, 3> const> triangles, double angle);
 ZGU_API SmoothNormalRemapping<std::uint32_t> CalculateSmoothNormalRemapping(

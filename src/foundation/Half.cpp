@@ -2,7 +2,10 @@
 // "Fast Half Float Conversions" (2008). Each conversion is two table reads, a
 // mask, a shift and an add. Rounding is toward zero on purpose, and NaNs are
 // not special-cased: both are part of the published bit patterns we keep.
+// The array forms reach the same bits faster through kernels picked once per
+// process (HalfArrayKernels.h).
 
+#include "HalfArrayKernels.h"
 #include "HalfTables.h"
 
 #include <Rendering/Format.h>
@@ -11,7 +14,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 namespace Zorvan::Rendering {
 namespace detail {
@@ -99,6 +101,20 @@ HalfToFloatTables const& HalfToFloatTablesInstance() noexcept
     return tables;
 }
 
+HalfArrayKernels const& SelectedHalfArrayKernels() noexcept
+{
+    static HalfArrayKernels const kernels = [] {
+#if defined(__x86_64__) || defined(__i386__)
+        if (HasAvx512Kernels())
+            return HalfArrayKernels{&FloatToHalfAvx512, &HalfToFloatF16c};
+        if (HasF16cKernels())
+            return HalfArrayKernels{&FloatToHalfF16c, &HalfToFloatF16c};
+#endif
+        return HalfArrayKernels{&FloatToHalfPortable, &HalfToFloatPortable};
+    }();
+    return kernels;
+}
+
 } // namespace detail
 
 unsigned short float2half(float value)
@@ -111,87 +127,14 @@ float half2float(unsigned short value)
     return detail::HalfToFloat(detail::HalfToFloatTablesInstance(), value);
 }
 
-// The array forms make no call and no guard check per value. float2half
-// fetches the tables once, then loops over loads, shifts and adds, which the
-// compiler unrolls.
 void float2half(std::span<float const> in, std::span<unsigned short> out)
 {
-    detail::FloatToHalfTables const& tables = detail::FloatToHalfTablesInstance();
-    std::size_t const n = std::min(in.size(), out.size());
-    float const* __restrict from = in.data();
-    unsigned short* __restrict to = out.data();
-#pragma GCC unroll 8
-    for (std::size_t i = 0; i < n; ++i)
-        to[i] = detail::FloatToHalf(tables, from[i]);
+    detail::SelectedHalfArrayKernels().floatToHalf(in.data(), out.data(), std::min(in.size(), out.size()));
 }
-
-namespace detail {
-namespace {
-
-using U16x8 = std::uint16_t __attribute__((vector_size(16)));
-using U32x8 = std::uint32_t __attribute__((vector_size(32)));
-using I32x8 = std::int32_t __attribute__((vector_size(32)));
-using F32x8 = float __attribute__((vector_size(32)));
-
-// Eight halves at a time to the float bits the tables give, by arithmetic: a
-// table read per lane would need a gather, which is slower than this. Normal
-// halves are their shifted bits with the exponent rebiased; the all-ones
-// exponent is rebiased twice to land on the float's; a subnormal m is the
-// integer m converted and scaled by 2^-24, both exact, on normal operands
-// with a normal result, so flush-to-zero or denormals-are-zero modes cannot
-// change it. The tests compare all 65536 halves with the table.
-[[gnu::always_inline]] inline std::size_t HalfToFloatGroups(unsigned short const* from, float* to,
-                                                           std::size_t n) noexcept
-{
-    std::size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        U16x8 packed;
-        std::memcpy(&packed, from + i, sizeof packed);
-        U32x8 const h = __builtin_convertvector(packed, U32x8);
-        U32x8 const exponent = h & 0x7C00u;
-        U32x8 normal = ((h & 0x7FFFu) << 13) + 0x38000000u;
-        normal += reinterpret_cast<U32x8>(exponent == 0x7C00u) & 0x38000000u;
-        F32x8 const scaled = __builtin_convertvector(reinterpret_cast<I32x8>(h & 0x3FFu), F32x8) * 0x1p-24f;
-        U32x8 const magnitude = exponent == 0u ? reinterpret_cast<U32x8>(scaled) : normal;
-        U32x8 const bits = ((h & 0x8000u) << 16) | magnitude;
-        std::memcpy(to + i, &bits, sizeof bits);
-    }
-    return i;
-}
-
-} // namespace
-
-#if defined(__x86_64__) || defined(__i386__)
-[[gnu::target("avx2")]] std::size_t HalfToFloatGroupsAvx2(unsigned short const* from, float* to,
-                                                           std::size_t n) noexcept
-{
-    return HalfToFloatGroups(from, to, n);
-}
-#endif
-
-std::size_t HalfToFloatGroupsBaseline(unsigned short const* from, float* to, std::size_t n) noexcept
-{
-    return HalfToFloatGroups(from, to, n);
-}
-
-} // namespace detail
 
 void half2float(std::span<unsigned short const> in, std::span<float> out)
 {
-    std::size_t const n = std::min(in.size(), out.size());
-    unsigned short const* from = in.data();
-    float* to = out.data();
-#if defined(__x86_64__) || defined(__i386__)
-    std::size_t i = __builtin_cpu_supports("avx2") ? detail::HalfToFloatGroupsAvx2(from, to, n)
-                                                   : detail::HalfToFloatGroupsBaseline(from, to, n);
-#else
-    std::size_t i = detail::HalfToFloatGroupsBaseline(from, to, n);
-#endif
-    if (i == n)
-        return;
-    detail::HalfToFloatTables const& tables = detail::HalfToFloatTablesInstance();
-    for (; i < n; ++i)
-        to[i] = detail::HalfToFloat(tables, from[i]);
+    detail::SelectedHalfArrayKernels().halfToFloat(in.data(), out.data(), std::min(in.size(), out.size()));
 }
 
 } // namespace Zorvan::Rendering

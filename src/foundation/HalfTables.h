@@ -39,12 +39,4 @@ inline float HalfToFloat(HalfToFloatTables const& tables, std::uint16_t value) n
     return std::bit_cast<float>(tables.mantissa[(h & 0x3FFu) + offset] + tables.exponent[h >> 10]);
 }
 
-// The kernels of the array half2float: whole groups of eight, converted to
-// the same bits as HalfToFloat; they return how many values they converted.
-// The AVX2 one is for processors that have it.
-std::size_t HalfToFloatGroupsBaseline(unsigned short const* from, float* to, std::size_t n) noexcept;
-#if defined(__x86_64__) || defined(__i386__)
-std::size_t HalfToFloatGroupsAvx2(unsigned short const* from, float* to, std::size_t n) noexcept;
-#endif
-
 } // namespace Zorvan::Rendering::detail

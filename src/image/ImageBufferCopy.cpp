@@ -1,3 +1,5 @@
+#include "RowCopy.h"
+
 #include <Rendering/Image.h>
 
 #include <algorithm>
@@ -62,15 +64,13 @@ void CopyImageBuffer(void const* src, std::int64_t srcRowPitch, std::int64_t src
     // The whole shorter pitch moves, not width * pixel size: padding bytes
     // travel with the row.
     auto const rowBytes = static_cast<std::size_t>(std::min(std::llabs(srcRowPitch), std::llabs(dstRowPitch)));
-    for (std::int64_t slice = 0; slice < slices; ++slice) {
-        unsigned char const* s = from + slice * srcSlicePitch;
-        unsigned char* d = to + slice * dstSlicePitch;
-        for (std::int64_t row = 0; row < rows; ++row) {
-            std::memcpy(d, s, rowBytes);
-            s += srcRowPitch;
-            d += dstRowPitch;
-        }
-    }
+    // Only picks how the bytes are written; unsigned, so a product no memory
+    // could hold wraps instead of overflowing.
+    std::uint64_t const total = std::uint64_t{rowBytes} * static_cast<std::uint64_t>(rows) *
+                                static_cast<std::uint64_t>(slices);
+    auto* const copyRows = total >= detail::StreamingCopyBytes ? &detail::StreamRows : &detail::CopyRows;
+    for (std::int64_t slice = 0; slice < slices; ++slice)
+        copyRows(from + slice * srcSlicePitch, srcRowPitch, to + slice * dstSlicePitch, dstRowPitch, rowBytes, rows);
 }
 
 void CopyImageBuffer1D(void const* src, std::int64_t srcRowPitch, void* dst, std::int64_t dstRowPitch,

@@ -11,6 +11,8 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <limits>
+#include <memory>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -47,6 +49,24 @@ inline span<Math::point<float, 3> const> AsPoints(span<VertexP const> positions)
 {
     return {reinterpret_cast<Math::point<float, 3> const*>(positions.data()), positions.size()};
 }
+
+// For each vertex, the corners 3t + k that reference it, in increasing order
+// (by triangle, then by corner within a triangle), as one offsets array and
+// one flat list. Index is 32-bit whenever the corner count allows it.
+template <typename Index>
+struct CornerAdjacency {
+    std::vector<Index> offsets;       // vertexCount + 1
+    std::unique_ptr<Index[]> corners; // 3 per triangle
+};
+
+// Whether the corners of triangleCount triangles can be numbered in 32 bits.
+inline bool HasThirtyTwoBitCorners(std::size_t triangleCount) noexcept
+{
+    return triangleCount <= std::numeric_limits<std::uint32_t>::max() / 3;
+}
+
+template <typename Index, typename I>
+CornerAdjacency<Index> BuildCornerAdjacency(std::size_t vertexCount, span<std::array<I, 3> const> triangles);
 
 // One entry per triangle; empty input starts no parallel work.
 template <typename T, typename I>

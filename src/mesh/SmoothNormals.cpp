@@ -1,36 +1,29 @@
 // Crease-aware per-corner normals: each corner averages, weighted by area, the
 // faces around its vertex whose normal lies within the crease angle of its own
-// face. The vertex -> triangle adjacency is built sequentially while the face
+// face. The vertex -> corner adjacency is built sequentially while the face
 // normals are computed in parallel; the corner loop then reads only shared
 // inputs and writes its own triangle's three entries, so the result does not
-// depend on the thread count.
+// depend on the thread count. Listing corners rather than triangles costs a
+// division by 3 per entry and lets the remapping reuse the adjacency as its
+// grouping of corners by vertex.
 
-#include "Normals.h"
+#include "Smoothing.h"
 
 #include <Rendering/Mesh.h>
 
 #include <oneapi/tbb/blocked_range.h>
 #include <oneapi/tbb/parallel_for.h>
 #include <oneapi/tbb/partitioner.h>
-#include <oneapi/tbb/task_group.h>
 
 #include <cstddef>
 
 namespace Zorvan::Rendering {
-namespace {
 
-// For each vertex, the triangles using it in increasing order (twice if a
-// triangle names it twice), as one offsets array and one flat list.
-struct VertexTriangleAdjacency {
-    std::vector<std::uint64_t> offsets; // vertexCount + 1
-    std::vector<std::uint64_t> list;    // 3 per triangle
-};
-
-template <typename I>
-VertexTriangleAdjacency BuildAdjacency(std::size_t vertexCount, span<std::array<I, 3> const> triangles)
+template <typename Index, typename I>
+CornerAdjacency<Index> BuildCornerAdjacency(std::size_t vertexCount, span<std::array<I, 3> const> triangles)
 {
-    VertexTriangleAdjacency adjacency;
-    std::vector<std::uint64_t>& offsets = adjacency.offsets;
+    CornerAdjacency<Index> adjacency;
+    std::vector<Index>& offsets = adjacency.offsets;
     offsets.assign(vertexCount + 1, 0);
     for (std::array<I, 3> const& triangle : triangles)
         for (I const v : triangle)
@@ -40,42 +33,37 @@ VertexTriangleAdjacency BuildAdjacency(std::size_t vertexCount, span<std::array<
 
     // offsets[v] serves as v's cursor; afterwards it holds v + 1's start, so a
     // shift by one restores the offsets without a second array.
-    adjacency.list.resize(3 * triangles.size());
-    std::uint64_t* const list = adjacency.list.data();
-    for (std::size_t t = 0; t < triangles.size(); ++t)
-        for (I const v : triangles[t])
-            list[offsets[static_cast<std::size_t>(v)]++] = t;
+    adjacency.corners = std::make_unique_for_overwrite<Index[]>(3 * triangles.size());
+    Index* const corners = adjacency.corners.get();
+    Index corner = 0;
+    for (std::array<I, 3> const& triangle : triangles)
+        for (I const v : triangle)
+            corners[offsets[static_cast<std::size_t>(v)]++] = corner++;
     for (std::size_t v = vertexCount; v > 0; --v)
         offsets[v] = offsets[v - 1];
     offsets[0] = 0;
     return adjacency;
 }
 
-} // namespace
+namespace {
 
-template <typename T, typename I>
-std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(span<Math::point<T, 3> const> positions,
-                                                                      span<std::array<I, 3> const> triangles,
-                                                                      double angle)
+template <typename Index, typename T, typename I>
+std::vector<Math::point<float, 3>> CornerNormals(span<Math::point<T, 3> const> positions,
+                                                 span<std::array<I, 3> const> triangles, double angle)
 {
     if (triangles.empty())
         return {};
 
-    std::vector<TriangleNormal> faces;
-    VertexTriangleAdjacency adjacency;
-    tbb::task_group group;
-    group.run([&] { faces = CalculateTriangleNormals(positions, triangles); });
-    group.run([&] { adjacency = BuildAdjacency(positions.size(), triangles); });
-    // The calling thread's own share while the tasks run: the threshold, and
-    // zero-filling the result, whose page faults would otherwise be serial.
-    float const threshold = static_cast<float>(std::cos(angle));
-    std::vector<Math::point<float, 3>> result(3 * triangles.size());
-    group.wait();
+    // The calling thread zero-fills the result while the tasks run, so that
+    // its page faults are not serial.
+    std::vector<Math::point<float, 3>> result;
+    SmoothingInputs<Index> const inputs =
+        PrepareSmoothing<Index>(positions, triangles, angle, [&] { result.resize(3 * triangles.size()); });
 
-    double const limit = threshold;
-    TriangleNormal const* const face = faces.data();
-    std::uint64_t const* const offsets = adjacency.offsets.data();
-    std::uint64_t const* const list = adjacency.list.data();
+    double const limit = inputs.limit;
+    TriangleNormal const* const face = inputs.faces.data();
+    Index const* const offsets = inputs.adjacency.offsets.data();
+    Index const* const corners = inputs.adjacency.corners.get();
 
     tbb::parallel_for(
         tbb::blocked_range<std::size_t>(0, triangles.size(), 1),
@@ -87,8 +75,8 @@ std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(span<Math:
                 for (std::size_t k = 0; k < 3; ++k) {
                     std::size_t const v = static_cast<std::size_t>(triangles[t][k]);
                     float sx = 0.0f, sy = 0.0f, sz = 0.0f;
-                    for (std::uint64_t e = offsets[v], end = offsets[v + 1]; e != end; ++e) {
-                        TriangleNormal const& other = face[list[e]];
+                    for (Index e = offsets[v], end = offsets[v + 1]; e != end; ++e) {
+                        TriangleNormal const& other = face[corners[e] / 3];
                         double const dot = nx * other.normal[0] + ny * other.normal[1] + nz * other.normal[2];
                         if (dot > limit) {
                             sx += other.normal[0] * other.magnitude;
@@ -107,6 +95,18 @@ std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(span<Math:
     return result;
 }
 
+} // namespace
+
+template <typename T, typename I>
+std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(span<Math::point<T, 3> const> positions,
+                                                                      span<std::array<I, 3> const> triangles,
+                                                                      double angle)
+{
+    if (HasThirtyTwoBitCorners(triangles.size()))
+        return CornerNormals<std::uint32_t>(positions, triangles, angle);
+    return CornerNormals<std::uint64_t>(positions, triangles, angle);
+}
+
 template std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(
     span<Math::point<float, 3> const>, span<std::array<std::uint32_t, 3> const>, double);
 template std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(
@@ -115,6 +115,11 @@ template std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(
     span<Math::point<float, 3> const>, span<std::array<std::uint64_t, 3> const>, double);
 template std::vector<Math::point<float, 3>> CalculateTriangleVertexNormalsImpl(
     span<Math::point<double, 3> const>, span<std::array<std::uint64_t, 3> const>, double);
+
+template CornerAdjacency<std::uint32_t> BuildCornerAdjacency(std::size_t, span<std::array<std::uint32_t, 3> const>);
+template CornerAdjacency<std::uint32_t> BuildCornerAdjacency(std::size_t, span<std::array<std::uint64_t, 3> const>);
+template CornerAdjacency<std::uint64_t> BuildCornerAdjacency(std::size_t, span<std::array<std::uint32_t, 3> const>);
+template CornerAdjacency<std::uint64_t> BuildCornerAdjacency(std::size_t, span<std::array<std::uint64_t, 3> const>);
 
 std::vector<Math::point<float, 3>> CalculateSmoothTriangleVertexNormals(
     span<Math::point<float, 3> const> positions, span<std::array<std::uint32_t, 3> const> triangles, double angle)

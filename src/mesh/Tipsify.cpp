@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 namespace Zorvan::Rendering {
@@ -25,158 +26,160 @@ namespace {
 struct PrimitiveAdjacency {
     std::vector<std::uint32_t> offsets; // vertexCount + 1
     std::unique_ptr<std::uint32_t[]> list;
-    std::uint32_t largestFan = 0;       // most references to one vertex
 
-    PrimitiveAdjacency(std::uint16_t const* indices, std::uint32_t primitiveCount, unsigned int vertexCount,
-                       unsigned int primitiveSize)
+    template <typename Size> // see PrimitiveSize
+    PrimitiveAdjacency(std::uint16_t const* indices, std::uint32_t primitiveCount, unsigned int vertexCount, Size size)
         : offsets(std::size_t{vertexCount} + 1, 0),
-          list(std::make_unique_for_overwrite<std::uint32_t[]>(std::size_t{primitiveCount} * primitiveSize))
+          list(std::make_unique_for_overwrite<std::uint32_t[]>(std::size_t{primitiveCount} * size))
     {
-        std::size_t const wholeIndices = std::size_t{primitiveCount} * primitiveSize;
-        for (std::size_t k = 0; k < wholeIndices; ++k)
-            ++offsets[std::size_t{indices[k]} + 1];
-        for (std::size_t v = 0; v < vertexCount; ++v) {
-            largestFan = std::max(largestFan, offsets[v + 1]);
+        std::uint32_t* const count = offsets.data() + 1;
+        std::uint16_t const* corner = indices;
+        for (std::uint32_t t = 0; t < primitiveCount; ++t, corner += size)
+            for (unsigned int j = 0; j < size; ++j)
+                ++count[corner[j]];
+        for (std::size_t v = 0; v < vertexCount; ++v)
             offsets[v + 1] += offsets[v];
-        }
         // Fill from the front: offsets[v] serves as v's cursor and ends up at
         // the start of v + 1's range, so shifting by one restores the offsets.
-        std::size_t k = 0;
-        for (std::uint32_t t = 0; t < primitiveCount; ++t)
-            for (unsigned int j = 0; j < primitiveSize; ++j, ++k)
-                list[offsets[indices[k]]++] = t;
+        std::uint32_t* const cursor = offsets.data();
+        corner = indices;
+        for (std::uint32_t t = 0; t < primitiveCount; ++t, corner += size)
+            for (unsigned int j = 0; j < size; ++j)
+                list[cursor[corner[j]]++] = t;
         for (std::size_t v = vertexCount; v > 0; --v)
             offsets[v] = offsets[v - 1];
         offsets[0] = 0;
     }
-
-    std::uint32_t References(std::size_t v) const noexcept { return offsets[v + 1] - offsets[v]; }
 };
 
-// Lower bound by binary search without data-dependent branches: the set is
-// tiny and its comparisons are unpredictable, so conditional moves win.
-std::uint16_t* LowerBound(std::uint16_t* first, std::uint16_t* last, std::uint16_t v) noexcept
+// What the fan loop reads and writes for one vertex, side by side so that one
+// cache line serves both. Read the fields one at a time right after the fan
+// wrote them: a load spanning both would not be forwarded from the two
+// separate stores and would wait for them to retire.
+struct VertexState {
+    std::uint32_t live;  // occurrences not yet written
+    std::uint32_t stamp; // clock value when the vertex last entered the cache
+};
+
+// The primitive size as a compile-time constant when FixedSize gives one, so
+// that the corner loops unroll, else the run-time value.
+template <unsigned int FixedSize>
+auto PrimitiveSize(unsigned int primitiveSize) noexcept
 {
-    std::size_t length = static_cast<std::size_t>(last - first);
-    if (length == 0)
-        return first;
-    while (length > 1) {
-        std::size_t const half = length / 2;
-        first += first[half - 1] < v ? half : 0;
-        length -= half;
-    }
-    return first + (*first < v ? 1 : 0);
+    if constexpr (FixedSize != 0)
+        return std::integral_constant<unsigned int, FixedSize>{};
+    else
+        return primitiveSize;
 }
 
-} // namespace
-
-void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int indexCount, unsigned int vertexCount,
+// The reordering proper. FixedSize is the primitive size when it is known at
+// compile time (triangles), or 0 to take primitiveSize at run time.
+template <unsigned int FixedSize>
+void Reorder(std::uint16_t const* indices, std::uint16_t* result, unsigned int indexCount, unsigned int vertexCount,
              unsigned int primitiveSize, std::uint16_t cacheSize)
 {
-    if (indices == nullptr || result == nullptr || indexCount == 0 || vertexCount == 0 || primitiveSize == 0 ||
-        cacheSize == 0)
-        return;
-
-    std::uint32_t const primitiveCount = indexCount / primitiveSize;
-    std::size_t const wholeIndices = std::size_t{primitiveCount} * primitiveSize;
-    PrimitiveAdjacency const adjacency(indices, primitiveCount, vertexCount, primitiveSize);
+    auto const size = PrimitiveSize<FixedSize>(primitiveSize);
+    std::uint32_t const primitiveCount = indexCount / size;
+    std::size_t const wholeIndices = std::size_t{primitiveCount} * size;
+    PrimitiveAdjacency const adjacency(indices, primitiveCount, vertexCount, size);
 
     // A vertex is live once per occurrence: its whole-primitive references,
     // plus any in an incomplete trailing primitive. Those never reach zero,
     // which is why callers must pass whole primitives.
-    std::vector<std::uint32_t> live(vertexCount);
+    auto const state = std::make_unique_for_overwrite<VertexState[]>(vertexCount);
     for (std::size_t v = 0; v < vertexCount; ++v)
-        live[v] = adjacency.References(v);
+        state[v] = {adjacency.offsets[v + 1] - adjacency.offsets[v], 0};
     for (std::size_t k = wholeIndices; k < indexCount; ++k)
-        ++live[indices[k]];
+        ++state[indices[k]].live;
 
-    std::vector<std::uint32_t> stamp(vertexCount, 0);
-    std::vector<std::uint32_t> emitted((std::size_t{primitiveCount} + 31) / 32, 0);
+    // A byte per primitive: one load and test in the fan loop, where a packed
+    // bit would need a shift and a mask too.
+    std::vector<std::uint8_t> emitted(primitiveCount, 0);
 
     // Dead-end stack: every written index is pushed once, so it never holds
-    // more than the whole indices.
-    auto const deadEnd = std::make_unique_for_overwrite<std::uint16_t[]>(wholeIndices);
-    std::size_t deadEndSize = 0;
-
-    // Candidates: the distinct vertices written by the current fan, kept
-    // sorted. A fan writes at most primitiveSize indices per primitive of the
-    // largest fan.
-    auto const candidates =
-        std::make_unique_for_overwrite<std::uint16_t[]>(std::size_t{adjacency.largestFan} * primitiveSize + 1);
-    std::uint16_t* candidatesEnd = candidates.get();
+    // more than the whole indices. A fan's pushes are also its candidates.
+    auto const deadEnd = std::make_unique_for_overwrite<std::uint16_t[]>(wholeIndices + 1);
+    std::uint16_t* top = deadEnd.get();
 
     std::uint32_t s = std::uint32_t{cacheSize} + 1; // every vertex starts outside the cache
     int i = 1;                                      // scan cursor, never moves back
     unsigned int f = 0;
     std::uint16_t* out = result;
-    std::uint32_t const secondaryCorners = primitiveSize - 1;
+    std::uint32_t const secondaryCorners = size - 1;
     std::uint32_t const* const list = adjacency.list.get();
+    std::uint32_t const* const offsets = adjacency.offsets.data();
+    std::int32_t const cache = cacheSize;
+    bool const prefetch = wholeIndices * sizeof(std::uint16_t) > 128 * 1024;
 
     for (;;) {
-        candidatesEnd = candidates.get();
-
-        std::uint32_t const* const fanBegin = list + adjacency.offsets[f];
-        std::uint32_t const* const fanEnd = list + adjacency.offsets[f + 1];
-        // The fan's primitives lie anywhere in the index list: start all their
-        // cache misses at once rather than one after another.
-        for (std::uint32_t const* it = fanBegin; it != fanEnd; ++it)
-            __builtin_prefetch(indices + std::size_t{*it} * primitiveSize);
+        std::uint16_t* const fanStart = top;
+        std::uint32_t const* const fanBegin = list + offsets[f];
+        std::uint32_t const* const fanEnd = list + offsets[f + 1];
+        // A fan's primitives lie anywhere in the index list. Once that list
+        // outgrows the inner caches, start all their misses at once rather
+        // than one after another; below that the extra pass only costs.
+        if (prefetch)
+            for (std::uint32_t const* it = fanBegin; it != fanEnd; ++it)
+                __builtin_prefetch(indices + std::size_t{*it} * size);
         for (std::uint32_t const* it = fanBegin; it != fanEnd; ++it) {
             std::uint32_t const t = *it;
-            std::uint32_t const bit = std::uint32_t{1} << (t & 31);
-            if (emitted[t >> 5] & bit)
+            if (emitted[t] != 0)
                 continue;
-            emitted[t >> 5] |= bit;
+            emitted[t] = 1;
 
-            std::uint16_t const* corner = indices + std::size_t{t} * primitiveSize;
-            for (unsigned int j = 0; j < primitiveSize; ++j) {
+            std::uint16_t const* const corner = indices + std::size_t{t} * size;
+            for (unsigned int j = 0; j < size; ++j) {
                 std::uint16_t const v = corner[j];
                 *out++ = v;
-                deadEnd[deadEndSize++] = v;
-                std::uint16_t* const at = LowerBound(candidates.get(), candidatesEnd, v);
-                if (at == candidatesEnd || *at != v) {
-                    // The set is a handful of entries: shift by hand rather
-                    // than pay for a memmove call.
-                    for (std::uint16_t* p = candidatesEnd; p != at; --p)
-                        *p = p[-1];
-                    *at = v;
-                    ++candidatesEnd;
-                }
-                --live[v];
+                *top++ = v;
+                VertexState& vertex = state[v];
+                --vertex.live;
                 // A miss loads v and advances the clock; hits leave both alone.
-                if (static_cast<std::int32_t>(s - stamp[v]) > static_cast<std::int32_t>(cacheSize)) {
-                    stamp[v] = s;
+                if (static_cast<std::int32_t>(s - vertex.stamp) > cache) {
+                    vertex.stamp = s;
                     ++s;
                 }
             }
+            // Once f is dead, the rest of its list was emitted already.
+            if (state[f].live == 0)
+                break;
         }
 
-        // Prefer the live candidate that has been in the cache longest without
-        // falling out when its remaining primitives are emitted; ties go to the
-        // lowest vertex number because only a strictly greater score replaces.
+        // The candidates are the vertices this fan wrote: the stack's top
+        // entries, some more than once (duplicates score alike). The live one
+        // that has been cached longest without falling out while its
+        // remaining primitives are emitted wins. They come in stack order, not
+        // by number, so the lowest number wins equal scores explicitly. (These
+        // branches predict well; branch-free versions measured slower.)
+        // Dead entries leave the stack on the way: a vertex never comes back
+        // to life, so no pop could have chosen them.
         std::int32_t best = -1;
         std::int32_t next = -1;
-        for (std::uint16_t const* c = candidates.get(); c != candidatesEnd; ++c) {
+        std::uint16_t* kept = fanStart;
+        for (std::uint16_t const* c = fanStart; c != top; ++c) {
             std::uint16_t const v = *c;
-            if (live[v] == 0)
+            std::uint32_t const live = state[v].live;
+            if (live == 0)
                 continue;
-            std::uint32_t const p = s - stamp[v];
-            std::uint32_t const score = live[v] * secondaryCorners + p > cacheSize ? 0 : p;
-            if (static_cast<std::int32_t>(score) > best) {
-                best = static_cast<std::int32_t>(score);
+            *kept++ = v;
+            std::uint32_t const p = s - state[v].stamp;
+            auto const score = static_cast<std::int32_t>(live * secondaryCorners + p > cacheSize ? 0 : p);
+            if (score > best || (score == best && v < next)) {
+                best = score;
                 next = v;
             }
         }
 
-        while (next < 0 && deadEndSize > 0) {
-            std::uint16_t const v = deadEnd[--deadEndSize];
-            if (live[v] > 0)
+        top = kept;
+        while (next < 0 && top != deadEnd.get()) {
+            std::uint16_t const v = *--top;
+            if (state[v].live > 0)
                 next = v;
         }
 
         if (next < 0) {
             for (; i < static_cast<int>(vertexCount); ++i) {
-                if (live[static_cast<unsigned int>(i)] > 0) {
+                if (state[static_cast<unsigned int>(i)].live > 0) {
                     next = i;
                     break;
                 }
@@ -187,6 +190,20 @@ void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int i
             return;
         f = static_cast<unsigned int>(next);
     }
+}
+
+} // namespace
+
+void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsigned int indexCount, unsigned int vertexCount,
+             unsigned int primitiveSize, std::uint16_t cacheSize)
+{
+    if (indices == nullptr || result == nullptr || indexCount == 0 || vertexCount == 0 || primitiveSize == 0 ||
+        cacheSize == 0)
+        return;
+    if (primitiveSize == 3)
+        Reorder<3>(indices, result, indexCount, vertexCount, primitiveSize, cacheSize);
+    else
+        Reorder<0>(indices, result, indexCount, vertexCount, primitiveSize, cacheSize);
 }
 
 } // namespace Zorvan::Rendering

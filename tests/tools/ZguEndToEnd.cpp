@@ -1,149 +1,16 @@
 // Runs the zgu binary the way a user does and checks what it leaves behind.
 
-#define STB_IMAGE_IMPLEMENTATION
-#define STB_IMAGE_WRITE_IMPLEMENTATION
-#define STBI_ONLY_PNG
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
-#pragma GCC diagnostic ignored "-Wunused-function"
-#pragma GCC diagnostic ignored "-Wsign-compare"
-#endif
-#include <stb_image.h>
-#include <stb_image_write.h>
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
-
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
-#include <sys/wait.h>
-#include <unistd.h>
+#include "ZguFixture.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
-namespace fs = std::filesystem;
-
-struct Result {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string Slurp(fs::path const& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-struct Png {
-    int width = 0;
-    int height = 0;
-    std::vector<unsigned char> rgba;
-    unsigned char const* At(int x, int y) const { return &rgba[(std::size_t(y) * width + x) * 4]; }
-};
-
-Png LoadPng(fs::path const& path)
-{
-    Png png;
-    int channels = 0;
-    unsigned char* data = stbi_load(path.c_str(), &png.width, &png.height, &channels, 4);
-    if (data != nullptr) {
-        png.rgba.assign(data, data + std::size_t(png.width) * png.height * 4);
-        stbi_image_free(data);
-    }
-    return png;
-}
-
-bool GlRequired()
-{
-    char const* value = std::getenv("ZGU_REQUIRE_GL");
-    return value != nullptr && std::string(value) == "1";
-}
-
-class ZguTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        auto const* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() /
-               ("zgu-e2e-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    void TearDown() override
-    {
-        if (!HasFailure())
-            fs::remove_all(dir_);
-    }
-
-    fs::path Path(std::string const& name) const { return dir_ / name; }
-
-    // `variables` are extra environment assignments for the command, e.g. "NAME=value".
-    Result Run(std::string const& arguments, std::string const& variables = "") const
-    {
-        // Mesa's driver leaks a few small blocks and is unloaded before
-        // LeakSanitizer reports, so they cannot be suppressed by module; the
-        // commands that open the device check its resource count instead.
-        bool const opensDevice = arguments.rfind("mesh", 0) != 0;
-        std::string const environment =
-            (opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "") +
-            (variables.empty() ? "" : variables + " ");
-        std::string const command = "cd '" + dir_.string() + "' && " + environment + "'" ZGU_EXECUTABLE "' " +
-                                    arguments + " >stdout.txt 2>stderr.txt";
-        int const status = std::system(command.c_str());
-        Result result;
-        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        result.out = Slurp(Path("stdout.txt"));
-        result.err = Slurp(Path("stderr.txt"));
-        return result;
-    }
-
-    // A device command that could not find a display: skip here, fail in CI.
-    bool SkipForMissingDisplay(Result const& result)
-    {
-        if (result.exitCode != 1 || result.err.find("no EGL display") == std::string::npos)
-            return false;
-        if (GlRequired())
-            ADD_FAILURE() << "ZGU_REQUIRE_GL=1 but zgu found no GL device: " << result.err;
-        return true;
-    }
-
-    void Write(std::string const& name, std::string const& text) const { std::ofstream(Path(name)) << text; }
-
-    // A unit cube of 8 shared corners, 12 outward counter-clockwise triangles.
-    void WriteCube(std::string const& name) const
-    {
-        Write(name, "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
-                    "f 1 3 2\nf 1 4 3\nf 5 6 7\nf 5 7 8\nf 1 2 6\nf 1 6 5\n"
-                    "f 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n");
-    }
-
-    fs::path dir_;
-};
-
-std::size_t CountLines(std::string const& text, std::string const& prefix)
-{
-    std::size_t count = 0;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-        count += line.rfind(prefix, 0) == 0 ? 1 : 0;
-    return count;
-}
+using namespace ZguTesting;
 
 TEST_F(ZguTest, MeshSplitsCreasedCornersAndSurvivesARoundTrip)
 {
@@ -340,33 +207,6 @@ TEST_F(ZguTest, DemoWritesPicturesAndReport)
     Png const thumbnail = LoadPng(Path("out/thumbnail.png"));
     EXPECT_EQ(thumbnail.width, 24);
     EXPECT_EQ(thumbnail.height, 16);
-}
-
-TEST_F(ZguTest, ImageWritesEveryMipLevelWithLevelZeroExact)
-{
-    Png source{20, 12, {}};
-    for (int y = 0; y < 12; ++y)
-        for (int x = 0; x < 20; ++x)
-            source.rgba.insert(source.rgba.end(),
-                               {static_cast<unsigned char>(x * 12), static_cast<unsigned char>(y * 20), 90, 255});
-    ASSERT_NE(stbi_write_png(Path("in.png").c_str(), 20, 12, 4, source.rgba.data(), 20 * 4), 0);
-
-    for (std::string const format : {"rgba8", "rgba32f"}) {
-        Result const result = Run("image in.png -o " + format + " --format " + format);
-        if (SkipForMissingDisplay(result))
-            GTEST_SKIP() << "no EGL display here: " << result.err;
-        ASSERT_EQ(result.exitCode, 0) << result.err;
-        int const sizes[][2] = {{20, 12}, {10, 6}, {5, 3}, {2, 1}, {1, 1}};
-        for (int level = 0; level < 5; ++level) {
-            Png const mip = LoadPng(Path(format + "-mip" + std::to_string(level) + ".png"));
-            EXPECT_EQ(mip.width, sizes[level][0]) << format << " level " << level;
-            EXPECT_EQ(mip.height, sizes[level][1]) << format << " level " << level;
-            if (level == 0) {
-                EXPECT_EQ(mip.rgba, source.rgba) << format;
-            }
-        }
-        EXPECT_FALSE(fs::exists(Path(format + "-mip5.png")));
-    }
 }
 
 TEST_F(ZguTest, InfoListsTheFormatCatalogueAndTheEglDevices)

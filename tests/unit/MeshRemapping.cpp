@@ -138,26 +138,48 @@ TEST(SmoothNormalRemapping, RandomMeshesGroupExactlyEqualKeysOnAnyThreadCount)
     }
 }
 
-TEST(SmoothNormalRemapping, ManyNanCornersSortSafely)
+TEST(SmoothNormalRemapping, NanCornersStandAloneAfterTheirVertexsOtherCornersInCornerOrder)
 {
-    // Thousands of NaN keys make the ordering partial; the parallel sort must
-    // still finish in bounds and every NaN corner must stand alone.
+    // A third of the triangles lose their area: thousands of NaN corners,
+    // many at vertices that also have ordinary corners.
     std::mt19937 rng(99);
     auto mesh = BumpyGrid<double, std::uint64_t>(rng, 60, true);
     for (std::size_t t = 0; t < mesh.triangles.size(); t += 3)
         mesh.triangles[t][2] = mesh.triangles[t][1];
     auto const r = Remap(mesh, 0.5);
-    ASSERT_EQ(r.remapping.size(), 3 * mesh.triangles.size());
-    ASSERT_EQ(r.vertices.size(), r.normals.size());
+    ExpectConsistent(mesh, 0.5, r);
+
+    auto isNan = [](point<float, 3> const& n) { return std::isnan(n[0]) || std::isnan(n[1]) || std::isnan(n[2]); };
+    std::vector<std::size_t> cornerOf(r.vertices.size());
     std::vector<int> uses(r.vertices.size(), 0);
     for (std::size_t c = 0; c < r.remapping.size(); ++c) {
-        ASSERT_LT(r.remapping[c], r.vertices.size());
-        EXPECT_EQ(r.vertices[r.remapping[c]], mesh.triangles[c / 3][c % 3]);
+        cornerOf[r.remapping[c]] = c;
         ++uses[r.remapping[c]];
     }
+    std::size_t nanVertices = 0;
     for (std::size_t v = 0; v < r.vertices.size(); ++v) {
-        if (std::isnan(r.normals[v][0])) {
-            EXPECT_EQ(uses[v], 1) << v;
+        if (!isNan(r.normals[v]))
+            continue;
+        ++nanVertices;
+        EXPECT_EQ(uses[v], 1) << v;
+        // After every ordinary new vertex of the same source, NaN ones by corner.
+        if (v + 1 < r.vertices.size() && r.vertices[v + 1] == r.vertices[v]) {
+            ASSERT_TRUE(isNan(r.normals[v + 1])) << v;
+            EXPECT_LT(cornerOf[v], cornerOf[v + 1]) << v;
         }
     }
+    EXPECT_GT(nanVertices, 1000u);
+
+    // One new vertex per NaN corner plus one per distinct (vertex, normal).
+    auto const normals = CornerNormals(mesh, 0.5);
+    std::set<Key> distinct;
+    std::size_t nanCorners = 0;
+    for (std::size_t c = 0; c < normals.size(); ++c) {
+        if (isNan(normals[c]))
+            ++nanCorners;
+        else
+            distinct.insert({mesh.triangles[c / 3][c % 3], normals[c][0] + 0.0f, normals[c][1] + 0.0f,
+                             normals[c][2] + 0.0f});
+    }
+    EXPECT_EQ(r.vertices.size(), nanCorners + distinct.size());
 }

@@ -5,9 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <deque>
-#include <map>
-#include <numeric>
 #include <random>
 #include <set>
 #include <vector>
@@ -24,69 +21,6 @@ Indices Reorder(Indices const& indices, unsigned vertexCount, std::uint16_t cach
     Tipsify(indices.data(), result.data(), static_cast<unsigned>(indices.size()), vertexCount, primitiveSize,
             cacheSize);
     return result;
-}
-
-// A deliberately plain rendition of the fan-based greedy ordering: node-based
-// containers, wide signed arithmetic, nothing shared with the library's layout.
-Indices Reference(Indices const& indices, unsigned vertexCount, unsigned primitiveSize, long long cacheSize)
-{
-    std::size_t const primitives = indices.size() / primitiveSize;
-    std::vector<long long> live(vertexCount, 0);
-    for (auto v : indices)
-        ++live[v];
-    std::vector<std::vector<std::size_t>> fans(vertexCount);
-    for (std::size_t t = 0; t < primitives; ++t)
-        for (unsigned j = 0; j < primitiveSize; ++j)
-            fans[indices[t * primitiveSize + j]].push_back(t);
-
-    std::vector<bool> done(primitives, false);
-    std::vector<long long> stamp(vertexCount, 0);
-    std::deque<unsigned> deadEnd;
-    long long clock = cacheSize + 1;
-    unsigned scan = 1;
-    long long fan = 0;
-    Indices out;
-    while (fan >= 0) {
-        std::set<unsigned> written;
-        for (std::size_t t : fans[static_cast<std::size_t>(fan)]) {
-            if (done[t])
-                continue;
-            done[t] = true;
-            for (unsigned j = 0; j < primitiveSize; ++j) {
-                unsigned v = indices[t * primitiveSize + j];
-                out.push_back(static_cast<std::uint16_t>(v));
-                deadEnd.push_back(v);
-                written.insert(v);
-                --live[v];
-                if (clock - stamp[v] > cacheSize)
-                    stamp[v] = clock++;
-            }
-        }
-        fan = -1;
-        long long best = -1;
-        for (unsigned v : written) {
-            if (live[v] == 0)
-                continue;
-            long long age = clock - stamp[v];
-            long long score = live[v] * (primitiveSize - 1) + age > cacheSize ? 0 : age;
-            if (score > best) {
-                best = score;
-                fan = v;
-            }
-        }
-        while (fan < 0 && !deadEnd.empty()) {
-            unsigned v = deadEnd.back();
-            deadEnd.pop_back();
-            if (live[v] > 0)
-                fan = v;
-        }
-        for (; fan < 0 && scan < vertexCount; ++scan)
-            if (live[scan] > 0) {
-                fan = scan;
-                break;
-            }
-    }
-    return out;
 }
 
 // Random meshes: either uniformly random primitives, or a shuffled grid of
@@ -166,32 +100,21 @@ TEST(Tipsify, DeadEndStackComesBeforeTheScan)
     EXPECT_EQ(Reorder(mesh, 10, 16), (Indices{0, 1, 7, 1, 3, 4, 7, 5, 6, 2, 8, 9}));
 }
 
-TEST(Tipsify, RandomMeshesMatchThePlainRendition)
+// Exact orders are checked against the plain oracle in tests/internal; here
+// only what any correct reordering must keep.
+TEST(Tipsify, EveryPrimitiveOnceWithItsCornersInOrder)
 {
     std::mt19937 rng(20070805);
-    struct Case {
-        unsigned vertexCount;
-        std::size_t primitives;
-        unsigned primitiveSize;
-    };
-    for (Case c : {Case{5, 12, 3}, Case{50, 80, 3}, Case{400, 900, 3}, Case{3000, 2000, 3}, Case{300, 500, 2},
-                   Case{300, 500, 4}, Case{65535, 20000, 3}}) {
-        Indices const indices = RandomPrimitives(rng, c.vertexCount, c.primitives, c.primitiveSize);
-        for (std::uint16_t cache : {1, 2, 6, 16, 32, 1000}) {
-            Indices const result = Reorder(indices, c.vertexCount, cache, c.primitiveSize);
-            ASSERT_EQ(result, Reference(indices, c.vertexCount, c.primitiveSize, cache))
-                << c.vertexCount << " vertices, cache " << cache << ", primitive size " << c.primitiveSize;
-            EXPECT_EQ(Primitives(result, c.primitiveSize), Primitives(indices, c.primitiveSize));
+    for (unsigned primitiveSize : {2u, 3u, 4u}) {
+        Indices const indices = RandomPrimitives(rng, 300, 700, primitiveSize);
+        for (std::uint16_t cache : {1, 16, 1000}) {
+            Indices const result = Reorder(indices, 300, cache, primitiveSize);
+            EXPECT_EQ(Primitives(result, primitiveSize), Primitives(indices, primitiveSize))
+                << "primitive size " << primitiveSize << ", cache " << cache;
         }
     }
-    for (unsigned side : {2u, 9u, 100u}) {
-        Indices const indices = ShuffledGrid(rng, side);
-        for (std::uint16_t cache : {1, 12, 24}) {
-            Indices const result = Reorder(indices, side * side, cache);
-            ASSERT_EQ(result, Reference(indices, side * side, 3, cache)) << side << " grid, cache " << cache;
-            EXPECT_EQ(Primitives(result, 3), Primitives(indices, 3));
-        }
-    }
+    Indices const grid = ShuffledGrid(rng, 100);
+    EXPECT_EQ(Primitives(Reorder(grid, 100 * 100, 24), 3), Primitives(grid, 3));
 }
 
 TEST(Tipsify, PointListsReorderLikeOneCornerPrimitives)
@@ -199,5 +122,4 @@ TEST(Tipsify, PointListsReorderLikeOneCornerPrimitives)
     Indices const points{4, 2, 2, 0, 1, 3};
     Indices const result = Reorder(points, 5, 16, 1);
     EXPECT_EQ(result, (Indices{0, 1, 2, 2, 3, 4}));
-    EXPECT_EQ(result, Reference(points, 5, 1, 16));
 }

@@ -23,6 +23,16 @@ public:
     using runtime_error::runtime_error;
 };
 
+// A path as messages show it: 'like/this'.
+inline std::string Quoted(std::filesystem::path const& path)
+{
+    // Appended piecewise: GCC 12 misreads "'" + text + "'" as overlapping copies (-Wrestrict).
+    std::string text = "'";
+    text += path.string();
+    text += '\'';
+    return text;
+}
+
 // Refuses to replace a file the user already has unless asked to.
 inline void CheckMayWrite(std::filesystem::path const& path, bool force)
 {

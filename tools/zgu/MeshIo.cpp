@@ -45,6 +45,11 @@ void AppendMesh(aiMesh const& mesh, MeshData& out, bool anyTexcoords)
 
 } // namespace
 
+bool IsMeshFile(std::filesystem::path const& path)
+{
+    return !path.extension().empty() && Assimp::Importer().IsExtensionSupported(path.extension().string());
+}
+
 MeshData ImportMesh(std::filesystem::path const& path)
 {
     if (!std::filesystem::is_regular_file(path))

@@ -34,6 +34,9 @@ struct MeshPart {
 // cannot parse.
 MeshData ImportMesh(std::filesystem::path const& path);
 
+// Whether Assimp has an importer for the file's extension (for folder inputs).
+bool IsMeshFile(std::filesystem::path const& path);
+
 // The Assimp exporter for the file's extension; throws UsageError when none.
 std::string ExportFormatFor(std::filesystem::path const& path);
 // Throws Failure when Assimp cannot write the file.

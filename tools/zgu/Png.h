@@ -1,6 +1,6 @@
 #pragma once
 
-// PNG files through stb: always 8-bit RGBA in memory, rows top to bottom.
+// Writing 8-bit RGBA PNG files through stb, rows top to bottom.
 
 #include <cstdint>
 #include <filesystem>
@@ -14,8 +14,6 @@ struct RgbaImage {
     std::vector<unsigned char> pixels; // width * height * 4 bytes
 };
 
-// Throws Failure naming the file when it is missing or not a decodable image.
-RgbaImage ReadPng(std::filesystem::path const& path);
 // Throws Failure when the file cannot be written.
 void WritePng(std::filesystem::path const& path, RgbaImage const& image);
 

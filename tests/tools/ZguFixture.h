@@ -1,0 +1,177 @@
+#pragma once
+
+// The end-to-end tests' harness: each test gets a fresh folder, runs the zgu
+// binary in it as a user would, and reads back its files, output and exit
+// code.
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+#endif
+#include <stb_image.h>
+#include <stb_image_write.h>
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <zlib.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace ZguTesting {
+
+namespace fs = std::filesystem;
+
+struct Result {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::string Slurp(fs::path const& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+struct Png {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> rgba;
+    unsigned char const* At(int x, int y) const { return &rgba[(std::size_t(y) * width + x) * 4]; }
+};
+
+// Any image stb reads, as 8-bit RGBA.
+inline Png LoadPng(fs::path const& path)
+{
+    Png png;
+    int channels = 0;
+    unsigned char* data = stbi_load(path.c_str(), &png.width, &png.height, &channels, 4);
+    if (data != nullptr) {
+        png.rgba.assign(data, data + std::size_t(png.width) * png.height * 4);
+        stbi_image_free(data);
+    }
+    return png;
+}
+
+inline bool RequiredByEnvironment(char const* name)
+{
+    char const* value = std::getenv(name);
+    return value != nullptr && std::string(value) == "1";
+}
+
+inline std::size_t CountLines(std::string const& text, std::string const& prefix)
+{
+    std::size_t count = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        count += line.rfind(prefix, 0) == 0 ? 1 : 0;
+    return count;
+}
+
+// An RGBA PNG file at its plainest: IHDR, one IDAT holding `scanlines` (each
+// row led by its filter byte) compressed, IEND. Written apart from any PNG
+// library, for inputs stb cannot write (16 bits) or should not (lies).
+inline std::string PngFile(std::uint32_t width, std::uint32_t height, int bitDepth, std::string const& scanlines)
+{
+    uLongf size = compressBound(static_cast<uLong>(scanlines.size()));
+    std::string packed(size, '\0');
+    compress(reinterpret_cast<Bytef*>(packed.data()), &size, reinterpret_cast<Bytef const*>(scanlines.data()),
+             static_cast<uLong>(scanlines.size()));
+    packed.resize(size);
+    auto const big = [](std::uint32_t v) {
+        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    };
+    auto const chunk = [&big](std::string const& type, std::string const& data) {
+        std::string const body = type + data;
+        auto const crc = static_cast<std::uint32_t>(
+            crc32(0, reinterpret_cast<Bytef const*>(body.data()), static_cast<uInt>(body.size())));
+        return big(static_cast<std::uint32_t>(data.size())) + body + big(crc);
+    };
+    std::string const header = big(width) + big(height) + std::string{char(bitDepth), 6, 0, 0, 0};
+    return std::string("\x89PNG\r\n\x1a\n", 8) + chunk("IHDR", header) + chunk("IDAT", packed) + chunk("IEND", "");
+}
+
+class ZguTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        auto const* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = fs::temp_directory_path() /
+               ("zgu-e2e-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override
+    {
+        if (!HasFailure())
+            fs::remove_all(dir_);
+    }
+
+    fs::path Path(std::string const& name) const { return dir_ / name; }
+
+    // The shell command that runs zgu with `arguments` in the test's folder;
+    // `variables` are extra environment assignments, e.g. "NAME=value".
+    std::string Command(std::string const& arguments, std::string const& variables = "") const
+    {
+        // Mesa's driver leaks a few small blocks and is unloaded before
+        // LeakSanitizer reports, so they cannot be suppressed by module; the
+        // commands that open the device check its resource count instead.
+        bool const opensDevice = arguments.rfind("mesh", 0) != 0;
+        std::string const environment =
+            (opensDevice ? "ASAN_OPTIONS=\"${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0\" " : "") +
+            (variables.empty() ? "" : variables + " ");
+        return "cd '" + dir_.string() + "' && " + environment + "exec '" ZGU_EXECUTABLE "' " + arguments;
+    }
+
+    Result Run(std::string const& arguments, std::string const& variables = "") const
+    {
+        std::string const command = Command(arguments, variables) + " >stdout.txt 2>stderr.txt";
+        int const status = std::system(command.c_str());
+        Result result;
+        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        result.out = Slurp(Path("stdout.txt"));
+        result.err = Slurp(Path("stderr.txt"));
+        return result;
+    }
+
+    // A device command that could not find a display: skip here, fail in CI.
+    bool SkipForMissingDisplay(Result const& result)
+    {
+        if (result.exitCode != 1 || result.err.find("no EGL display") == std::string::npos)
+            return false;
+        if (RequiredByEnvironment("ZGU_REQUIRE_GL"))
+            ADD_FAILURE() << "ZGU_REQUIRE_GL=1 but zgu found no GL device: " << result.err;
+        return true;
+    }
+
+    void Write(std::string const& name, std::string const& text) const
+    {
+        fs::create_directories(Path(name).parent_path());
+        std::ofstream(Path(name)) << text;
+    }
+
+    // A unit cube of 8 shared corners, 12 outward counter-clockwise triangles.
+    void WriteCube(std::string const& name) const
+    {
+        Write(name, "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
+                    "f 1 3 2\nf 1 4 3\nf 5 6 7\nf 5 7 8\nf 1 2 6\nf 1 6 5\n"
+                    "f 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n");
+    }
+
+    fs::path dir_;
+};
+
+} // namespace ZguTesting
