@@ -42,15 +42,20 @@ private:
     MappedImage mapped_;
 };
 
+// How the read path treats an invalid handle from CreateImage for a
+// temporary: the plain readback uses it as it comes (the device then refuses
+// the transfer into it); ReadImageLevel stops and says so.
+enum class Temporaries { UseAsReturned, StopWhenInvalid };
+
 // Makes sub-image `where` of `image` (described by `description`) readable by
 // the host and hands the mapping to copy(MappedImage const&): a multisampled
 // image is resolved first (needs 0x80), an image without host read (0x08) is
 // copied into a read-back image (needs 0x20). Temporaries have the level's
-// size. False when the image cannot be read or the map fails; copy has then
-// not run. Unmaps, then releases temporaries, on every path.
+// size. An error when the image cannot be read or the map fails; copy has
+// then not run. Unmaps, then releases temporaries, on every path.
 template <typename Copy>
-bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& description, SubImage where,
-                  Copy&& copy)
+ImageAccessError ReadSubImageChecked(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                                     SubImage where, Temporaries temporaries, Copy&& copy)
 {
     Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
     ImageId source = image;
@@ -61,30 +66,80 @@ bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& des
     // (a resolve or a copy); the temporary is the source from then on.
     auto const stage = [&](ScopedImage& temporary, std::uint32_t flags, auto transfer) {
         temporary.Reset(&factory, factory.CreateImage({level, description.format, 1, 1, flags}));
+        if (temporaries == Temporaries::StopWhenInvalid && !temporary.IsValid())
+            return false;
         (factory.*transfer)(source, sourceWhere, temporary.Get(), SubImage{});
         source = temporary.Get();
         sourceWhere = SubImage{};
         sourceFlags = flags;
+        return true;
     };
 
     ScopedImage resolved;
     if (description.sampleCount > 1) {
         if ((sourceFlags & ImageUsage::Resolvable) == 0)
-            return false;
-        stage(resolved, ResolveFlags, &IResourceFactory::ResolveImage);
+            return ImageAccessError::NeedsResolvable;
+        if (!stage(resolved, ResolveFlags, &IResourceFactory::ResolveImage))
+            return ImageAccessError::CreateFailed;
     }
     ScopedImage readback;
     if ((sourceFlags & ImageUsage::HostRead) == 0) {
         if ((sourceFlags & ImageUsage::CopySource) == 0)
-            return false;
-        stage(readback, ReadbackFlags, &IResourceFactory::CopyImage);
+            return ImageAccessError::NeedsHostReadOrCopySource;
+        if (!stage(readback, ReadbackFlags, &IResourceFactory::CopyImage))
+            return ImageAccessError::CreateFailed;
     }
 
     ScopedMapping const mapping(factory, source, sourceWhere, MapMode::Read);
     if (mapping.Failed())
-        return false;
+        return ImageAccessError::MapFailed;
     std::forward<Copy>(copy)(mapping.Mapped());
-    return true;
+    return ImageAccessError::None;
+}
+
+// As ReadSubImageChecked with temporaries used as returned; true on success.
+template <typename Copy>
+bool ReadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& description, SubImage where,
+                  Copy&& copy)
+{
+    return ReadSubImageChecked(factory, image, description, where, Temporaries::UseAsReturned,
+                               std::forward<Copy>(copy)) == ImageAccessError::None;
+}
+
+// Writes tightly packed pixels (bytesPerPixel each, every depth slice) into
+// one sub-image: through a write map when the image is host-writable (0x10),
+// otherwise through an upload image of uploadFormat and a device copy. The
+// copy follows only a successful map. MapFailed when a map returned null;
+// CreateFailed for an invalid upload image only when temporaries says stop.
+inline ImageAccessError UploadSubImage(IResourceFactory& factory, ImageId image, ImageDesc const& description,
+                                       SubImage const& where, void const* data, std::int64_t bytesPerPixel,
+                                       Format uploadFormat, Temporaries temporaries)
+{
+    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
+
+    ImageId target = image;
+    SubImage targetWhere = where;
+    ScopedImage upload;
+    if ((description.flags & ImageUsage::HostWrite) == 0) {
+        upload.Reset(&factory, factory.CreateImage({level, uploadFormat, 1, 1, UploadFlags}));
+        if (temporaries == Temporaries::StopWhenInvalid && !upload.IsValid())
+            return ImageAccessError::CreateFailed;
+        target = upload.Get();
+        targetWhere = SubImage{};
+    }
+
+    {
+        ScopedMapping const mapping(factory, target, targetWhere, MapMode::Write);
+        if (mapping.Failed())
+            return ImageAccessError::MapFailed;
+        MappedImage const& mapped = mapping.Mapped();
+        std::int64_t const rowPitch = level.width * bytesPerPixel;
+        CopyImageBuffer(data, rowPitch, rowPitch * level.height, mapped.data, mapped.rowPitch, mapped.slicePitch,
+                        level.width, level.height, level.depth);
+    }
+    if (target.Value() != image.Value())
+        factory.CopyImage(target, SubImage{}, image, where);
+    return ImageAccessError::None;
 }
 
 } // namespace Zorvan::Rendering::ImageAccess

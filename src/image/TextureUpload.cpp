@@ -8,7 +8,6 @@ namespace Zorvan::Rendering {
 namespace {
 
 using ImageAccess::ScopedImage;
-using ImageAccess::ScopedMapping;
 
 // Host pixel layouts the upload knows: element type, channels, image format.
 template <typename T, unsigned Channels, Format ImageFormat>
@@ -31,31 +30,9 @@ constexpr std::uint32_t TextureFlags = ImageUsage::ShaderResource | ImageUsage::
 template <typename Layout>
 void Upload(IResourceFactory& factory, ImageId image, SubImage const& where, typename Layout::Element const* data)
 {
-    ImageDesc const description = factory.GetImageDescription(image);
-    Size const level = CalculateMipLevelSize(description.size, where.mipLevel);
-
-    ImageId target = image;
-    SubImage targetWhere = where;
-    ScopedImage upload;
-    if ((description.flags & ImageUsage::HostWrite) == 0) {
-        upload.Reset(&factory, factory.CreateImage({level, Layout::format, 1, 1, ImageAccess::UploadFlags}));
-        target = upload.Get();
-        targetWhere = SubImage{};
-    }
-
-    bool written = false;
-    {
-        ScopedMapping const mapping(factory, target, targetWhere, MapMode::Write);
-        if (!mapping.Failed()) {
-            MappedImage const& mapped = mapping.Mapped();
-            std::int64_t const rowPitch = level.width * Layout::bytesPerPixel;
-            CopyImageBuffer(data, rowPitch, rowPitch * level.height, mapped.data, mapped.rowPitch, mapped.slicePitch,
-                            level.width, level.height, level.depth);
-            written = true;
-        }
-    }
-    if (written && target.Value() != image.Value())
-        factory.CopyImage(target, SubImage{}, image, where);
+    (void)ImageAccess::UploadSubImage(factory, image, factory.GetImageDescription(image), where, data,
+                                      Layout::bytesPerPixel, Layout::format,
+                                      ImageAccess::Temporaries::UseAsReturned);
 }
 
 // A one-level 2D texture of the layout's format, filled when data covers it.
