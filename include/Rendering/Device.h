@@ -322,15 +322,31 @@ static_assert(sizeof(MappedImage) == 16 && offsetof(MappedImage, rowPitch) == 8 
 // Interfaces
 // ---------------------------------------------------------------------------
 
+// Failure, for every operation below: a create that cannot make its resource
+// returns the invalid handle or throws (both provided devices return the
+// invalid handle and report the reason through their own diagnostics); a map
+// that cannot map returns null. An operation handed a handle it does not know,
+// or arguments its contract refuses, does nothing (returning the invalid
+// handle, a null map, a default record or 0) and may report it, but must not
+// corrupt other resources. The library releases what it made and lets any
+// exception continue. docs/device-guide.md walks through an implementation.
+
 class IBufferFactory {
 public:
     virtual ~IBufferFactory() = default;
 
+    // The largest BufferDescription::size CreateBuffer accepts.
     virtual std::uint32_t GetMaximumBufferSize() = 0;
+    // The description the buffer was created with.
     virtual BufferDescription GetBufferDescription(BufferId buffer) = 0;
+    // A buffer of description.size bytes holding initialData (size bytes) when
+    // it is not null, else unspecified bytes.
     virtual BufferId CreateBuffer(BufferDescription const& description, void const* initialData) = 0;
     virtual void DestroyBuffer(BufferId buffer) noexcept = 0;
-    // Null on failure; UnmapBuffer follows in every case.
+    // The whole buffer's bytes. MapMode::Write needs BufferUsage::Dynamic and
+    // the bytes written are the buffer's after UnmapBuffer; MapMode::Read
+    // works on any buffer. One map at a time per buffer. Null on failure;
+    // UnmapBuffer follows in every case.
     virtual void* MapBuffer(BufferId buffer, std::uint32_t mode) = 0;
     virtual void UnmapBuffer(BufferId buffer) noexcept = 0;
 
@@ -340,28 +356,71 @@ protected:
     IBufferFactory& operator=(IBufferFactory const&) = default;
 };
 
+// Images: sub-images are named by SubImage {mipLevel, arraySlice}; the slice
+// is a cube face (0 to 5) for cube maps and 0 otherwise. A multisampled image
+// is 2D with one mip level. A level's extent is CalculateMipLevelSize of the
+// image's (absent dimensions stay 0).
 class IImageFactory {
 public:
     virtual ~IImageFactory() = default;
 
+    // Format, sample count and extent of the viewed level, and the view's
+    // image and description.
     virtual RenderTargetViewInfo GetRenderTargetViewDescription(RtvId view) = 0;
+    // The description the image was created with, mipLevels 0 replaced by
+    // the level count made. Format::None for an unknown image.
     virtual ImageDesc GetImageDescription(ImageId image) = 0;
-    // mipLevels 0 asks for the full chain; the description read back tells.
+    // Needs a format with a pixel size; an extent that is 1D (w,0,0), 2D
+    // (w,h,0) or 3D (w,h,d) with w > 0; sampleCount >= 1; at most the full
+    // chain of levels; cube maps square, 2D and single-sampled; multisampled
+    // images 2D with one level. mipLevels 0 makes the full chain,
+    // floor(log2(largest dimension)) + 1 levels. Anything else, an empty
+    // 0x0x0 extent included, gives the invalid handle. New contents are
+    // unspecified (both provided devices start from zero bytes).
     virtual ImageId CreateImage(ImageDesc const& description) = 0;
     virtual void DestroySampler(SamplerId sampler) noexcept = 0;
     virtual void DestroyRenderTargetView(RtvId view) noexcept = 0;
     virtual void DestroyShaderResourceView(SrvId view) noexcept = 0;
+    // The image must not be mapped; its views must not be used afterwards.
     virtual void DestroyImage(ImageId image) noexcept = 0;
+    // A view of the given levels and slices (counts 0: all from the first on)
+    // for TextureBinding. Multisampled images are read per sample
+    // (TEXTURE_2DMS in the shader dialect).
     virtual SrvId CreateShaderResourceView(ImageId image, ShaderResourceViewDescription const& description) = 0;
+    // A view of one level and slice to draw into. Views of depth formats are
+    // depth-stencil targets. Two live views never share their low 32 bits
+    // (BindingState carries only those).
     virtual RtvId CreateRenderTargetView(ImageId image, RenderTargetViewDescription const& description) = 0;
-    // Scales when the two sub-images differ in extent.
+    // Copies one sub-image into another. Needs CopySource (0x20) on the
+    // source, CopyDestination (0x40) on the destination, equal pixel sizes,
+    // equal sample counts (each sample is copied) and two different
+    // sub-images (an image may copy between its own levels). Bytes move
+    // unchanged, whatever the two formats. Sub-images of different extents
+    // must be single-sampled and of one format, and the copy scales: each
+    // destination texel is filtered from the source (the mip builder relies
+    // on it; GlDevice filters linearly, RecordingGpu takes the texel at
+    // x * sourceWidth / destinationWidth). A refused copy changes nothing.
     virtual void CopyImage(ImageId source, SubImage const& sourceWhere, ImageId destination,
                            SubImage const& destinationWhere) = 0;
+    // Resolves a multisampled sub-image into a single-sampled one of the same
+    // format and extent: needs Resolvable (0x80) on the source and
+    // ResolveDestination (0x100) on the destination. Each texel becomes one
+    // value computed from its samples (GlDevice averages colour samples,
+    // RecordingGpu takes sample 0). A refused resolve changes nothing.
     virtual void ResolveImage(ImageId source, SubImage const& sourceWhere, ImageId destination,
                               SubImage const& destinationWhere) = 0;
-    // data is null on failure; UnmapImage follows in every case.
+    // Host access to one sub-image: every row and every depth slice of it.
+    // MapMode::Read needs HostRead (0x08), MapMode::Write HostWrite (0x10);
+    // multisampled images are never mapped; one map at a time per sub-image.
+    // data points at the first texel of row 0 of slice 0, and row r of slice
+    // z starts at data + z * slicePitch + r * rowPitch, so with a negative
+    // (bottom-up) rowPitch data still points at row 0. |rowPitch| holds a row
+    // and |slicePitch| every row of a slice. What a write map shows before the
+    // caller writes is unspecified; its bytes are the sub-image's after
+    // UnmapImage. data is null on failure; UnmapImage follows in every case.
     virtual MappedImage MapImage(ImageId image, SubImage const& where, std::uint32_t mode) = 0;
     virtual void UnmapImage(ImageId image, SubImage const& where) noexcept = 0;
+    // A sampler for TextureBinding (the library asks only for the default).
     virtual SamplerId CreateSampler(SamplerDescription const& description) = 0;
 
 protected:
@@ -376,6 +435,10 @@ class IShaderFactory {
 public:
     virtual ~IShaderFactory() = default;
 
+    // One program from the stages' texts in the shader dialect
+    // (docs/shader-dialect.md). Text the device cannot compile or link gives
+    // the invalid handle (or an exception), best reported with the
+    // translated source.
     virtual ShaderId CreateShader(ShaderDescription const& description) = 0;
     virtual void DestroyShader(ShaderId shader) noexcept = 0;
 
@@ -385,17 +448,29 @@ protected:
     IShaderFactory& operator=(IShaderFactory const&) = default;
 };
 
+// Commands take effect in the order issued: a copy, map or query issued
+// after a draw sees the draw's result (a device may queue work, as long as
+// it waits where a later operation needs the result).
 class ICommandContext {
 public:
     virtual ~ICommandContext() = default;
 
+    // Draws vertexCount vertices from firstVertex with the pipeline state and
+    // bindings of the last BindPipelineState; vertex buffers by slot.
     virtual void Draw(VertexBufferBindings const& vertexBuffers, std::uint32_t vertexCount,
                       std::uint32_t firstVertex) = 0;
+    // Range queries (TimestampFrequency) only: BeginQuery and EndQuery
+    // enclose the RecordQuery calls they measure, once each, in that order.
     virtual void BeginQuery(QueryId query) = 0;
     virtual void EndQuery(QueryId query) = 0;
+    // Sample queries (Timestamp) only: takes the device's tick count when the
+    // work issued before it has run.
     virtual void RecordQuery(QueryId query) = 0;
-    // Never blocks: reports what is available (a frequency query reads 0
-    // while no usable result exists).
+    // Never blocks: reports what is available. A timestamp gives its tick
+    // count once available (both provided devices give 0 until then); a
+    // frequency query gives ticks per second once
+    // ended and available, and 0 while no usable result exists (the timers
+    // then report their time as unavailable).
     virtual std::uint64_t GetQueryResult(QueryId query) = 0;
     // Draws indexCount 32-bit indices read from indexBuffer (made with
     // BufferUsage::Index) from index firstIndex on, with the bound pipeline
@@ -412,10 +487,17 @@ protected:
 
 class IGpu : public IResourceFactory, public IShaderFactory, public ICommandContext {
 public:
+    // Everything a draw needs besides its bindings, fixed at creation; the
+    // formats and sample count are those of the targets it will draw into.
     virtual PsoId CreatePipelineState(PipelineStateDescription const& description) = 0;
+    // A range query must not be destroyed between BeginQuery and EndQuery.
     virtual void DestroyQuery(QueryId query) noexcept = 0;
     virtual void DestroyPipelineState(PsoId pipeline) noexcept = 0;
+    // The pipeline state and every resource the next draws read or write;
+    // stays in effect until the next call.
     virtual void BindPipelineState(PsoId pipeline, BindingState const& bindings) = 0;
+    // A sample query (Timestamp) or a range query (TimestampFrequency); an
+    // unknown type gives the invalid handle.
     virtual QueryId CreateQuery(QueryType type) = 0;
 };
 
