@@ -1,11 +1,17 @@
-# Installs the library, the test double and (when built) the GL device as one
-# CMake package: find_package(ZorvanGpuUtilities CONFIG).
+# Installs the library, the test double and (when built) the GL device and the
+# device conformance kit as one CMake package:
+# find_package(ZorvanGpuUtilities CONFIG).
 include(CMakePackageConfigHelpers)
 
 set(ZGU_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZorvanGpuUtilities)
 set(_zgu_targets ZorvanGpuUtilities)
 if(TARGET ZorvanGpuUtilitiesTesting)
   list(APPEND _zgu_targets ZorvanGpuUtilitiesTesting)
+endif()
+set(ZGU_PACKAGE_HAS_CONFORMANCE OFF)
+if(TARGET ZorvanGpuUtilitiesDeviceConformance)
+  list(APPEND _zgu_targets ZorvanGpuUtilitiesDeviceConformance)
+  set(ZGU_PACKAGE_HAS_CONFORMANCE ON)
 endif()
 set(ZGU_PACKAGE_HAS_GL OFF)
 if(TARGET ZorvanGpuUtilitiesGl)
@@ -23,6 +29,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/Rendering DESTINATION ${CMAKE_IN
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/devices/recording/include/Rendering DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 if(ZGU_PACKAGE_HAS_GL)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/devices/gl/include/Rendering DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+endif()
+if(ZGU_PACKAGE_HAS_CONFORMANCE)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/devices/conformance/include/Rendering DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 endif()
 
 install(EXPORT ZorvanGpuUtilitiesTargets
