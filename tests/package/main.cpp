@@ -47,7 +47,8 @@ int main()
     try {
         Gl::GlDevice gl;
         std::vector<unsigned char> pixels{9, 8, 7, 6};
-        ImageDesc desc{Size{1, 1, 0}, Format::R8G8B8A8, 1, 1, ImageUsage::ShaderResource | ImageUsage::CopySource};
+        ImageDesc desc{Size{1, 1, 0}, Format::R8G8B8A8, 1, 1,
+                       ImageUsage::ShaderResource | ImageUsage::CopySource | ImageUsage::CopyDestination};
         {
             ScopedResource<ImageId, IResourceFactory> image(&gl, gl.CreateImage(desc));
             FillRgbaTexture(gl, image.Get(), SubImage{}, pixels);
