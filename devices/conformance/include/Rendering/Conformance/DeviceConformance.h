@@ -22,10 +22,12 @@
 // not bring its own GoogleTest). Test names read
 // Devices/<Suite>.<Test>/<device name>.
 //
-// The kit's suites and what they need: Buffers and Images (nothing beyond
-// the contract: resources, maps, copies that scale, the library's uploads,
-// readbacks and mip chains), VolumeImages, CubeMaps, Multisampling, Drawing
-// (Shaders), DrawingMultisampled (Shaders and Multisampling), Timestamps.
+// The kit's suites and what they need: Buffers, Images and CheckedAccess
+// (nothing beyond the contract: resources, maps, copies that scale, the
+// library's uploads, readbacks and mip chains), VolumeImages and
+// CheckedAccessVolumes, CubeMaps and CheckedAccessCubes, Multisampling,
+// Drawing (Shaders), DrawingMultisampled (Shaders and Multisampling),
+// Timestamps.
 // docs/device-guide.md says what each capability asks of a device.
 //
 // Every test gets a fresh device from the factory and reaches it through a
