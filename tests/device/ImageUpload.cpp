@@ -31,19 +31,6 @@ std::vector<T> Packed(std::vector<std::byte> const& bytes)
 // What only a device with a call log and scripting shows.
 class ImageUploadRecorded : public ImageUpload {};
 
-TEST_P(ImageUpload, FillsEveryLevelThroughAnUploadImageAndReadsItBack)
-{
-    // Copy source and destination only: both directions need device copies.
-    ScopedImage image = MakeImage(Gpu(), {5, 3, 0}, Format::R8G8B8A8,
-                                  ImageUsage::CopySource | ImageUsage::CopyDestination, 2);
-    Bytes const level0 = Pattern(5 * 3 * 4, 1);
-    Bytes const level1 = Pattern(2 * 1 * 4, 200);
-    FillRgbaTexture(Gpu(), image.Get(), {0, 0}, level0);
-    FillRgbaTexture(Gpu(), image.Get(), {1, 0}, level1);
-    EXPECT_EQ(GetR8G8B8A8(Gpu(), image.Get()), level0);
-    EXPECT_EQ(GetR8G8B8A8(Gpu(), image.Get(), SubImage{1, 0}), level1);
-}
-
 TEST_P(ImageUpload, FillsHostWritableFloatImagesDirectly)
 {
     ScopedImage image =

@@ -58,6 +58,20 @@ TEST_P(CheckedAccess, RoundTripsThroughMapsAndThroughCopies)
     }
 }
 
+// The fixed fill and typed readback, through device copies both ways.
+TEST_P(CheckedAccess, FillsEveryLevelThroughAnUploadImageAndReadsItBack)
+{
+    // Copy source and destination only: both directions need device copies.
+    ScopedImage image = MakeImage(Gpu(), {5, 3, 0}, Format::R8G8B8A8,
+                                  ImageUsage::CopySource | ImageUsage::CopyDestination, 2);
+    Bytes const level0 = Pattern(5 * 3 * 4, 1);
+    Bytes const level1 = Pattern(2 * 1 * 4, 200);
+    FillRgbaTexture(Gpu(), image.Get(), {0, 0}, level0);
+    FillRgbaTexture(Gpu(), image.Get(), {1, 0}, level1);
+    EXPECT_EQ(GetR8G8B8A8(Gpu(), image.Get()), level0);
+    EXPECT_EQ(GetR8G8B8A8(Gpu(), image.Get(), SubImage{1, 0}), level1);
+}
+
 TEST_P(CheckedAccess, ReadsLowerLevelsAndRefusesMissingOnes)
 {
     ScopedImage image = MakeImage(Gpu(), {4, 4, 0}, Format::R32F, ImageUsage::HostRead | ImageUsage::HostWrite, 2);

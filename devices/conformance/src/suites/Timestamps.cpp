@@ -1,5 +1,6 @@
-// Devices that keep time: a stopwatch around real work reads a time once the
-// device has run it, and sample and range queries are used only as such.
+// Timing on every device, and on devices that keep time: a stopwatch reads a
+// time once the device has run the work, and sample and range queries are
+// used only as such.
 
 #include "SuiteFile.h"
 
@@ -15,7 +16,19 @@ namespace {
 using Testing::Rule;
 using ScopedQuery = ScopedResource<QueryId, IGpu>;
 
+class Timing : public DeviceTest {};
 class Timestamps : public DeviceTest {};
+
+// Every device, timing or not: a stopwatch reads a time or says it has none.
+TEST_P(Timing, StopWatchAroundNothingReadsUnavailableOrNonNegative)
+{
+    GpuStopWatch stopWatch(Gpu());
+    stopWatch.Start();
+    stopWatch.Stop();
+    double const seconds = stopWatch.GetSeconds();
+    EXPECT_TRUE(seconds == -1.0 || seconds >= 0.0) << seconds;
+}
+
 
 TEST_P(Timestamps, RangesQualifyTheTimestampsInside)
 {
@@ -63,6 +76,7 @@ TEST_P(Timestamps, StopwatchReadsATime)
 
 } // namespace
 
+INSTANTIATE_CONFORMANCE_SUITE(Timing, Capability::None);
 INSTANTIATE_CONFORMANCE_SUITE(Timestamps, Capability::Timestamps);
 
 } // namespace Zorvan::Rendering::Conformance

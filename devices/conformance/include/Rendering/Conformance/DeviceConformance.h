@@ -22,12 +22,13 @@
 // not bring its own GoogleTest). Test names read
 // Devices/<Suite>.<Test>/<device name>.
 //
-// The kit's suites and what they need: Buffers, Images and CheckedAccess
-// (nothing beyond the contract: resources, maps, copies that scale, the
-// library's uploads, readbacks and mip chains), VolumeImages and
-// CheckedAccessVolumes, CubeMaps and CheckedAccessCubes, Multisampling,
-// Drawing (Shaders), DrawingMultisampled (Shaders and Multisampling),
-// Timestamps.
+// The kit's suites and what they need. Nothing beyond the contract: Buffers,
+// Images (resources, maps, copies that scale), CheckedAccess, ImageReadback,
+// ImageDoubles, ImageMipChain (the library's uploads, readbacks and mip
+// chains), Timing. VolumeImages: VolumeImages, CheckedAccessVolumes,
+// ImageDoublesVolumes. CubeMaps: CubeMaps, CheckedAccessCubes,
+// ImageReadbackCubes. Multisampling: Multisampling. Shaders: Drawing, and
+// with Multisampling DrawingMultisampled. Timestamps: Timestamps.
 // docs/device-guide.md says what each capability asks of a device.
 //
 // Every test gets a fresh device from the factory and reaches it through a
