@@ -27,8 +27,9 @@
 // ImageDoubles, ImageMipChain (the library's uploads, readbacks and mip
 // chains), Timing. VolumeImages: VolumeImages, CheckedAccessVolumes,
 // ImageDoublesVolumes. CubeMaps: CubeMaps, CheckedAccessCubes,
-// ImageReadbackCubes. Multisampling: Multisampling. Shaders: Drawing, and
-// with Multisampling DrawingMultisampled. Timestamps: Timestamps.
+// ImageReadbackCubes. Multisampling: Multisampling. Shaders: Drawing,
+// ShaderPixels, and with Multisampling DrawingMultisampled and
+// ShaderPixelsMultisampled. Timestamps: Timestamps.
 // docs/device-guide.md says what each capability asks of a device.
 //
 // Every test gets a fresh device from the factory and reaches it through a

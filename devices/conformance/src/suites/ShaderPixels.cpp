@@ -1,10 +1,11 @@
 // The shader-based operations on a device that runs shaders: the values they
-// write, bit for bit. Running them also proves that the library's generated
-// shaders translate, compile and link (the device reports any failure, and
-// TearDown fails on reported errors).
+// write, bit for bit. Running them also proves that the library's shaders
+// translate, compile and link on the device.
 
-#include "GlPixelsSupport.h"
+#include "SuiteFile.h"
 
+#include <Rendering/Conformance/DeviceConformance.h>
+#include <Rendering/Conformance/ImageHelpers.h>
 #include <Rendering/ShaderOps.h>
 
 #include <bit>
@@ -12,15 +13,16 @@
 #include <cmath>
 #include <limits>
 
-namespace {
+#include <vector>
 
-using namespace Zorvan::Rendering;
-using namespace Zorvan::Rendering::TestSupport;
+namespace Zorvan::Rendering::Conformance {
+namespace {
 
 using ScopedShader = ScopedResource<ShaderId, IGpu>;
 using ScopedPipeline = ScopedResource<PsoId, IGpu>;
 
-class GlShaderPixels : public DeviceTest {};
+class ShaderPixels : public DeviceTest {};
+class ShaderPixelsMultisampled : public DeviceTest {};
 
 template <typename T>
 std::vector<T> Repeat(std::vector<T> const& pixel, std::size_t count)
@@ -31,13 +33,13 @@ std::vector<T> Repeat(std::vector<T> const& pixel, std::size_t count)
     return all;
 }
 
-TEST_P(GlShaderPixels, ClearWritesFloatIntAndUnsignedTargetsBitExactly)
+TEST_P(ShaderPixels, ClearWritesFloatIntAndUnsignedTargetsBitExactly)
 {
     ShaderBasedImageClear clear(Gpu());
     std::uint32_t const flags = ImageUsage::RenderTarget | ImageUsage::CopySource;
     auto const target = [&](Format format) {
-        PixelImage image = MakePixelImage(Gpu(), {4, 3, 0}, format, flags);
-        PixelView view(&Gpu(), Gpu().CreateRenderTargetView(image.Get(), {}));
+        ScopedImage image = MakeImage(Gpu(), {4, 3, 0}, format, flags);
+        ScopedTarget view(&Gpu(), Gpu().CreateRenderTargetView(image.Get(), {}));
         return std::pair{std::move(image), std::move(view)};
     };
 
@@ -66,7 +68,7 @@ TEST_P(GlShaderPixels, ClearWritesFloatIntAndUnsignedTargetsBitExactly)
 // 64x64 -> 32x32: every target texel samples exactly between four source
 // texels, so linear filtering gives their box average; small multiples of four
 // keep the float arithmetic exact. The rows must not be flipped.
-TEST_P(GlShaderPixels, ScaledCopyIsTheTwoByTwoBoxAverage)
+TEST_P(ShaderPixels, ScaledCopyIsTheTwoByTwoBoxAverage)
 {
     auto const value = [](std::uint32_t x, std::uint32_t y, std::uint32_t c) {
         return static_cast<float>((x * 3 + y * 17 + c * 7) % 61 * 4);
@@ -76,11 +78,11 @@ TEST_P(GlShaderPixels, ScaledCopyIsTheTwoByTwoBoxAverage)
         for (std::uint32_t x = 0; x < 64; ++x)
             for (std::uint32_t c = 0; c < 4; ++c)
                 source.push_back(value(x, y, c));
-    PixelImage const from = MakePixelImage(Gpu(), {64, 64, 0}, Format::R32G32B32A32F,
+    ScopedImage const from = MakeImage(Gpu(), {64, 64, 0}, Format::R32G32B32A32F,
                                            ImageUsage::ShaderResource | ImageUsage::HostWrite);
-    PixelImage const to = MakePixelImage(Gpu(), {32, 32, 0}, Format::R32G32B32A32F,
+    ScopedImage const to = MakeImage(Gpu(), {32, 32, 0}, Format::R32G32B32A32F,
                                          ImageUsage::RenderTarget | ImageUsage::CopySource);
-    WritePixels(Gpu(), from.Get(), {}, source);
+    WriteLevel(Gpu(), from.Get(), {}, source);
     {
         ShaderBasedImageCopy copy(Gpu());
         copy.Copy(from.Get(), {}, to.Get(), {});
@@ -101,16 +103,34 @@ TEST_P(GlShaderPixels, ScaledCopyIsTheTwoByTwoBoxAverage)
     EXPECT_EQ(mismatches, 0);
 }
 
+// One sample: the resolve is a copy of the depth, through the same loop.
+TEST_P(ShaderPixels, ResolvingASingleSampleCopiesTheDepth)
+{
+    std::vector<float> depths(4 * 4);
+    for (std::size_t i = 0; i < depths.size(); ++i)
+        depths[i] = static_cast<float>(i) / 16.0f + 1.0f / 64.0f;
+    ScopedImage const source = MakeImage(Gpu(), {4, 4, 0}, Format::D32F,
+                                             ImageUsage::ShaderResource | ImageUsage::HostWrite);
+    WriteLevel(Gpu(), source.Get(), {}, depths);
+    ScopedImage const destination =
+        MakeImage(Gpu(), {4, 4, 0}, Format::D32F, ImageUsage::RenderTarget | ImageUsage::CopySource);
+    {
+        ShaderBasedMsaaDepthResolver resolver(Gpu());
+        resolver.Resolve(source.Get(), destination.Get(), DepthSelectionMode::Min);
+    }
+    EXPECT_EQ(ReadPixels<float>(Gpu(), destination.Get()), depths);
+}
+
 // Per-sample depths written by a shader that reads the sample index, then
 // resolved to their minimum and maximum.
-TEST_P(GlShaderPixels, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
+TEST_P(ShaderPixelsMultisampled, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
 {
-    PixelImage const depth = MakePixelImage(Gpu(), {8, 8, 0}, Format::D32F,
+    ScopedImage const depth = MakeImage(Gpu(), {8, 8, 0}, Format::D32F,
                                             ImageUsage::ShaderResource | ImageUsage::RenderTarget, 1, 4);
     std::uint32_t const samples = Gpu().GetImageDescription(depth.Get()).sampleCount;
     ASSERT_GE(samples, 2u);
     {
-        PixelView const view(&Gpu(), Gpu().CreateRenderTargetView(depth.Get(), {}));
+        ScopedTarget const view(&Gpu(), Gpu().CreateRenderTargetView(depth.Get(), {}));
         ShaderDescription program;
         program.vertex = "\nvoid main()\n    {\n    float x = float($VertexId$ / uint(2)) * 4.0 - 1.0;\n"
                          "    float y = float($VertexId$ % uint(2)) * 4.0 - 1.0;\n"
@@ -130,8 +150,8 @@ TEST_P(GlShaderPixels, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
         Gpu().Draw({}, 3, 0);
     }
     std::uint32_t const flags = ImageUsage::RenderTarget | ImageUsage::CopySource;
-    PixelImage const minimum = MakePixelImage(Gpu(), {8, 8, 0}, Format::D32F, flags);
-    PixelImage const maximum = MakePixelImage(Gpu(), {8, 8, 0}, Format::D32F, flags);
+    ScopedImage const minimum = MakeImage(Gpu(), {8, 8, 0}, Format::D32F, flags);
+    ScopedImage const maximum = MakeImage(Gpu(), {8, 8, 0}, Format::D32F, flags);
     {
         ShaderBasedMsaaDepthResolver resolver(Gpu());
         resolver.Resolve(depth.Get(), minimum.Get(), DepthSelectionMode::Min);
@@ -149,24 +169,11 @@ TEST_P(GlShaderPixels, MsaaDepthResolveKeepsTheMinimumOrMaximumSample)
         }
 }
 
-// One sample: the resolve is a copy of the depth, through the same loop.
-TEST_P(GlShaderPixels, ResolvingASingleSampleCopiesTheDepth)
-{
-    std::vector<float> depths(4 * 4);
-    for (std::size_t i = 0; i < depths.size(); ++i)
-        depths[i] = static_cast<float>(i) / 16.0f + 1.0f / 64.0f;
-    PixelImage const source = MakePixelImage(Gpu(), {4, 4, 0}, Format::D32F,
-                                             ImageUsage::ShaderResource | ImageUsage::HostWrite);
-    WritePixels(Gpu(), source.Get(), {}, depths);
-    PixelImage const destination =
-        MakePixelImage(Gpu(), {4, 4, 0}, Format::D32F, ImageUsage::RenderTarget | ImageUsage::CopySource);
-    {
-        ShaderBasedMsaaDepthResolver resolver(Gpu());
-        resolver.Resolve(source.Get(), destination.Get(), DepthSelectionMode::Min);
-    }
-    EXPECT_EQ(ReadPixels<float>(Gpu(), destination.Get()), depths);
-}
-
-INSTANTIATE_DEVICE_TEST_SUITE(GlShaderPixels, DeviceCapability::RealPixels);
-
 } // namespace
+
+INSTANTIATE_CONFORMANCE_SUITE(ShaderPixels, Capability::Shaders);
+INSTANTIATE_CONFORMANCE_SUITE(ShaderPixelsMultisampled, Capability::Shaders | Capability::Multisampling);
+
+} // namespace Zorvan::Rendering::Conformance
+
+ZGU_CONFORMANCE_SUITE_FILE(ShaderPixels)
