@@ -154,19 +154,38 @@ std::vector<double> Widened(IResourceFactory& factory, ImageId image, ImageDesc 
 // most negative value clamps to -1 like the one above it. raw keeps the
 // stored integers.
 template <typename T, int Max>
+constexpr double NormalizedValue(T v)
+{
+    constexpr double max = Max;
+    if constexpr (std::is_signed_v<T>)
+        return std::max(static_cast<double>(v) / max, -1.0);
+    else
+        return static_cast<double>(v) / max;
+}
+
+// Every 8-bit value's result, computed at compile time by the same division
+// (IEEE division rounds the same there): a lookup is cheaper than a divide.
+template <typename T, int Max>
+constexpr auto ByteTable = [] {
+    std::array<double, 256> table{};
+    for (int i = 0; i < 256; ++i)
+        table[static_cast<std::size_t>(i)] = NormalizedValue<T, Max>(static_cast<T>(i));
+    return table;
+}();
+
+template <typename T, int Max>
 std::vector<double> Normalized(IResourceFactory& factory, ImageId image, ImageDesc const& description,
                                SubImage const& where, bool raw)
 {
-    constexpr double max = Max;
     if (raw)
         return Widened<T>(factory, image, description, where, raw);
-    if constexpr (std::is_signed_v<T>)
+    if constexpr (sizeof(T) == 1)
         return ReadConverted<T>(factory, image, description, where, Elementwise<T>([](T v) {
-                                    return std::max(static_cast<double>(v) / max, -1.0);
+                                    return ByteTable<T, Max>[static_cast<std::uint8_t>(v)];
                                 }));
     else
         return ReadConverted<T>(factory, image, description, where,
-                                Elementwise<T>([](T v) { return static_cast<double>(v) / max; }));
+                                Elementwise<T>([](T v) { return NormalizedValue<T, Max>(v); }));
 }
 
 std::vector<double> Halves(IResourceFactory& factory, ImageId image, ImageDesc const& description,

@@ -9,6 +9,8 @@
 #include <Rendering/Format.h>
 #include <Rendering/Image.h>
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -69,6 +71,28 @@ TEST_P(ImageDoubles, OneFormatOfEveryGroup)
         WriteLevel(Gpu(), image.Get(), {}, c.stored);
         EXPECT_EQ(ReadAsDoubles(Gpu(), image.Get(), false, {}), c.normalized);
         EXPECT_EQ(ReadAsDoubles(Gpu(), image.Get(), true, {}), c.raw);
+    }
+}
+
+// Every byte value of both 8-bit normalized kinds against the division the
+// conversion is defined by, bit for bit, the signed ones clamped at -1.
+TEST_P(ImageDoubles, EveryByteOfTheNormalizedFormatsIsTheExactQuotient)
+{
+    std::vector<unsigned char> bytes(256);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(i * 167u); // odd multiplier: every value once, scattered
+    for (Format const format : {Format::R8G8B8A8, Format::R8G8B8A8SN}) {
+        SCOPED_TRACE(static_cast<int>(format));
+        ScopedImage image = MakeImage(Gpu(), {64, 1, 0}, format, HostReadWrite);
+        WriteLevel(Gpu(), image.Get(), {}, bytes);
+        std::vector<double> const values = ReadAsDoubles(Gpu(), image.Get(), false, {});
+        ASSERT_EQ(values.size(), bytes.size());
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            double const expected = format == Format::R8G8B8A8
+                                        ? bytes[i] / 255.0
+                                        : std::max(static_cast<std::int8_t>(bytes[i]) / 127.0, -1.0);
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(values[i]), std::bit_cast<std::uint64_t>(expected)) << i;
+        }
     }
 }
 
