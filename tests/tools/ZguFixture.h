@@ -18,8 +18,13 @@
 #include <nlohmann/json.hpp>
 #include <zlib.h>
 
+#include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <thread>
 
 #include <cstdlib>
 #include <filesystem>
@@ -136,15 +141,60 @@ protected:
         return "cd '" + dir_.string() + "' && " + environment + "exec '" ZGU_EXECUTABLE "' " + arguments;
     }
 
+    // Runs zgu and waits, at most ZGU_TEST_COMMAND_SECONDS (default 200, below
+    // ctest's limit): a command still running then has the stacks of every
+    // thread of it and of its children written into the test's failure, so
+    // that a hang seen once, on one machine, can be understood there.
     Result Run(std::string const& arguments, std::string const& variables = "") const
     {
         std::string const command = Command(arguments, variables) + " >stdout.txt 2>stderr.txt";
-        int const status = std::system(command.c_str());
+        char const* shell[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+        pid_t child = -1;
+        if (::posix_spawn(&child, shell[0], nullptr, nullptr, const_cast<char**>(shell), environ) != 0) {
+            ADD_FAILURE() << "cannot start " << command;
+            return {};
+        }
+        char const* limit = std::getenv("ZGU_TEST_COMMAND_SECONDS");
+        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limit ? std::atoi(limit) : 200);
+        int status = 0;
+        for (;;) {
+            pid_t const done = ::waitpid(child, &status, WNOHANG);
+            if (done == child)
+                break;
+            if (std::chrono::steady_clock::now() > deadline) {
+                ADD_FAILURE() << "zgu " << arguments << " did not finish; its threads and its children's:\n"
+                              << StacksOf(child);
+                ::kill(child, SIGKILL);
+                ::system(("pkill -KILL -P " + std::to_string(child)).c_str());
+                ::waitpid(child, &status, 0);
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
         Result result;
         result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         result.out = Slurp(Path("stdout.txt"));
         result.err = Slurp(Path("stderr.txt"));
         return result;
+    }
+
+    // Every thread's stack of `pid` (the shell exec'd zgu, so it is zgu) and of
+    // its children, through gdb when the machine has it.
+    static std::string StacksOf(pid_t pid)
+    {
+        std::string const pids = "$(pgrep -P " + std::to_string(pid) + ") " + std::to_string(pid);
+        std::string const command = "for p in " + pids +
+                                    "; do echo \"== process $p: $(tr '\\0' ' ' </proc/$p/cmdline)\"; "
+                                    "timeout 60 gdb -q -batch -p $p -ex 'thread apply all bt' 2>&1 | "
+                                    "grep -E '^(Thread|#)'; done";
+        std::string text;
+        if (FILE* pipe = ::popen(command.c_str(), "r")) {
+            char buffer[4096];
+            while (std::size_t const n = std::fread(buffer, 1, sizeof buffer, pipe))
+                text.append(buffer, n);
+            ::pclose(pipe);
+        }
+        return text.empty() ? "(no stacks: is gdb installed?)" : text;
     }
 
     // A device command that could not find a display: skip here, fail in CI.

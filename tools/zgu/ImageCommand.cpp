@@ -305,8 +305,8 @@ void WriteLevels(Target const& target, Settings const& settings, std::vector<Lin
 FileResult RunImageFile(ImageOptions const& options, BatchFile const& file, [[maybe_unused]] Gpu& gpu)
 {
     // stb meets the file in a child process: a crash or a bomb ends there.
-    DecodedImage decoded = DeserializeImage(RunIsolated("decoding " + Quoted(file.input), options.batch.Limits(),
-                                                        [&file] { return SerializeImage(DecodeImage(file.input)); }));
+    DecodedImage decoded = DeserializeImage(
+        RunIsolated("decoding " + Quoted(file.input), options.batch.Limits(), DecodeImageJobName, {file.input.string()}));
     Settings const settings = SettingsFor(options, decoded);
     Target const target = ResolveTarget(options, file, settings.format != "rgba8", decoded.type == SampleType::F32);
 

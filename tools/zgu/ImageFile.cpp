@@ -147,6 +147,13 @@ DecodedImage DecodeImage(fs::path const& path)
     return image;
 }
 
+std::string DecodeImageJob(std::vector<std::string> const& arguments)
+{
+    if (arguments.size() != 1)
+        throw Failure("decoding takes one file");
+    return SerializeImage(DecodeImage(arguments[0]));
+}
+
 std::string SerializeImage(DecodedImage const& image)
 {
     Header header{};

@@ -34,6 +34,11 @@ DecodedImage DecodeImage(std::filesystem::path const& path);
 std::string SerializeImage(DecodedImage const& image);
 DecodedImage DeserializeImage(std::string const& bytes);
 
+// The isolated job that decodes one file (its one argument) and returns it
+// serialized; zgu's job table names it DecodeImageJobName.
+inline constexpr char const* DecodeImageJobName = "decode-image";
+std::string DecodeImageJob(std::vector<std::string> const& arguments);
+
 // Writes RGBA rows of `bitDepth` 8 or 16 (host byte order); `srgb` adds the
 // sRGB chunk that tells viewers how the values are coded. Throws Failure.
 void WritePngFile(std::filesystem::path const& path, std::uint32_t width, std::uint32_t height, int bitDepth,

@@ -6,13 +6,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <new>
@@ -53,29 +56,42 @@ std::uint64_t MappedBytes()
     return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
-[[noreturn]] void RunChild(int fd, IsolationLimits const& limits, std::function<std::string()> const& work)
+// The flag that makes a start of the executable an isolated child; what
+// follows it: the job's name, the memory limit in bytes, the arguments.
+constexpr char const* ChildFlag = "--zgu-isolated-job";
+// The result pipe's descriptor in the child.
+constexpr int ResultFd = 3;
+
+void LimitAddressSpace(std::uint64_t bytes)
 {
-    // Only the pipe stays open, so that other threads' pipes see their end
-    // when their own children exit, not when this one does.
-    if (fd > 3)
-        ::close_range(3, static_cast<unsigned>(fd) - 1, 0);
-    ::close_range(static_cast<unsigned>(fd) + 1, ~0u, 0);
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_UNBLOCK, &all, nullptr); // Ctrl-C reaches the child too
-    ::signal(SIGPIPE, SIG_DFL);
-    if (limits.memoryBytes != 0 && !SanitizerBuild) {
-        rlimit limit{};
-        ::getrlimit(RLIMIT_AS, &limit);
-        rlim_t const wanted = static_cast<rlim_t>(MappedBytes() + limits.memoryBytes);
-        limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? wanted : std::min(wanted, limit.rlim_max);
-        ::setrlimit(RLIMIT_AS, &limit);
-    }
+    if (bytes == 0 || SanitizerBuild)
+        return;
+    rlimit limit{};
+    ::getrlimit(RLIMIT_AS, &limit);
+    rlim_t const wanted = static_cast<rlim_t>(MappedBytes() + bytes);
+    limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? wanted : std::min(wanted, limit.rlim_max);
+    ::setrlimit(RLIMIT_AS, &limit);
+}
+
+[[noreturn]] void ServeChild(int argc, char** argv, std::span<IsolatedJobEntry const> jobs)
+{
+    // Descriptors that another thread of the parent opened without
+    // close-on-exec (a file being written) are no business of the job.
+    ::close_range(ResultFd + 1, ~0u, 0);
 
     Kind kind = Kind::Result;
     std::string payload;
     try {
-        payload = work();
+        if (argc < 4)
+            throw Failure("an isolated child was started without its job");
+        std::string const name = argv[2];
+        LimitAddressSpace(std::strtoull(argv[3], nullptr, 10));
+        std::vector<std::string> const arguments(argv + 4, argv + argc);
+        auto const job = std::find_if(jobs.begin(), jobs.end(),
+                                      [&name](IsolatedJobEntry const& entry) { return name == entry.name; });
+        if (job == jobs.end())
+            throw Failure("this executable has no isolated job named '" + name + "'");
+        payload = job->run(arguments);
     } catch (UsageError const& e) {
         kind = Kind::Usage;
         payload = e.what();
@@ -93,10 +109,56 @@ std::uint64_t MappedBytes()
     header[0] = static_cast<unsigned char>(kind);
     std::uint64_t const size = payload.size();
     std::memcpy(header + 1, &size, sizeof size);
-    bool const sent = WriteAll(fd, header, sizeof header) && WriteAll(fd, payload.data(), payload.size());
-    // _exit: no atexit handlers, no stdio flushes, no leak report of the
-    // parent's copied heap.
+    bool const sent = WriteAll(ResultFd, header, sizeof header) && WriteAll(ResultFd, payload.data(), payload.size());
+    // _exit: no atexit handlers, no static destructors, no leak report.
     ::_exit(sent ? 0 : 1);
+}
+
+// Starts the child; the caller holds the outputs lock, so that the child is
+// registered for Ctrl-C's clean-up before that can run.
+pid_t SpawnChild(int resultFd, IsolationLimits const& limits, std::string const& job,
+                 std::vector<std::string> const& arguments)
+{
+    std::string const memory = std::to_string(limits.memoryBytes);
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>("/proc/self/exe"));
+    argv.push_back(const_cast<char*>(ChildFlag));
+    argv.push_back(const_cast<char*>(job.c_str()));
+    argv.push_back(const_cast<char*>(memory.c_str()));
+    for (std::string const& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawnattr_init(&attributes);
+    // The result pipe at a fixed number; nothing to read; stray prints of a
+    // decoder go to stderr, never into a report written to stdout.
+    ::posix_spawn_file_actions_adddup2(&actions, resultFd, ResultFd);
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
+    // The calling thread blocks the signals that the clean-up thread waits
+    // for; the child takes them, and SIGPIPE, the default way.
+    sigset_t none;
+    sigemptyset(&none);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGUSR2, SIGQUIT})
+        sigaddset(&defaults, signal);
+    ::posix_spawnattr_setsigmask(&attributes, &none);
+    ::posix_spawnattr_setsigdefault(&attributes, &defaults);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    pid_t child = -1;
+    int const error = ::posix_spawn(&child, argv[0], &actions, &attributes, argv.data(), environ);
+    ::posix_spawnattr_destroy(&attributes);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
+        errno = error;
+        return -1;
+    }
+    return child;
 }
 
 std::string DescribeMiB(std::uint64_t bytes)
@@ -119,6 +181,19 @@ public:
     {
         if (::pipe2(fds_, O_CLOEXEC) != 0)
             throw Failure(std::string("cannot create a pipe: ") + std::strerror(errno));
+        // Above the descriptors the child's set-up renumbers (0 to 3), so
+        // that none of its steps overwrites another's source.
+        for (int& fd : fds_) {
+            int const moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 10);
+            if (moved < 0) {
+                int const error = errno;
+                CloseRead();
+                CloseWrite();
+                throw Failure(std::string("cannot create a pipe: ") + std::strerror(error));
+            }
+            ::close(fd);
+            fd = moved;
+        }
     }
     ~Pipe()
     {
@@ -149,18 +224,20 @@ bool MemoryLimitSupported()
     return !SanitizerBuild;
 }
 
-std::string RunIsolated(std::string const& what, IsolationLimits const& limits,
-                        std::function<std::string()> const& work)
+void ServeIsolatedJobIfAsked(int argc, char** argv, std::span<IsolatedJobEntry const> jobs)
+{
+    if (argc >= 2 && std::strcmp(argv[1], ChildFlag) == 0)
+        ServeChild(argc, argv, jobs);
+}
+
+std::string RunIsolated(std::string const& what, IsolationLimits const& limits, std::string const& job,
+                        std::vector<std::string> const& arguments)
 {
     Pipe pipe;
     pid_t child = -1;
     {
-        // Registered under the lock that Ctrl-C's clean-up takes, so the
-        // child is killed with the rest however the timing falls.
         auto const lock = LockOutputs();
-        child = ::fork();
-        if (child == 0)
-            RunChild(pipe.Write(), limits, work);
+        child = SpawnChild(pipe.Write(), limits, job, arguments);
         if (child < 0)
             throw Failure(what + " failed: cannot start a child process: " + std::strerror(errno));
         RegisterChildLocked(child);

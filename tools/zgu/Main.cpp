@@ -3,6 +3,8 @@
 #include "Commands.h"
 #include "Errors.h"
 #include "GlSession.h"
+#include "ImageFile.h"
+#include "Isolation.h"
 
 #include <exception>
 #include <iostream>
@@ -28,6 +30,10 @@ std::string OneLine(std::string text)
 int main(int argc, char** argv)
 {
     using namespace Zorvan::Tool;
+
+    // What zgu runs in child processes, for inputs that may crash or exhaust it.
+    static constexpr IsolatedJobEntry IsolatedJobs[] = {{DecodeImageJobName, DecodeImageJob}};
+    ServeIsolatedJobIfAsked(argc, argv, IsolatedJobs);
 
     CLI::App app{"zgu: prepares meshes for the vertex cache, builds mip chains and shows the Zorvan GPU "
                  "Utilities at work.\nWithout a subcommand it runs `demo`.",
