@@ -7,7 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
 #include <cstring>
+#include <limits>
+#include <random>
 
 using namespace Zorvan::Rendering;
 using namespace Zorvan::Rendering::Testing;
@@ -261,7 +265,39 @@ TEST(RecordingGpu, ProblemsListErrorsLeaksOpenMapsAndQueriesUntilCleanedUp)
 
 // ---- Copies, resolves, views
 
-TEST(RecordingGpu, CopyBetweenLevelsScalesByNearestSampling)
+template <typename T>
+std::vector<std::byte> AsBytes(std::vector<T> const& values)
+{
+    std::vector<std::byte> bytes(values.size() * sizeof(T));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
+
+template <typename T>
+std::vector<T> As(std::vector<std::byte> const& bytes)
+{
+    std::vector<T> values(bytes.size() / sizeof(T));
+    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
+    return values;
+}
+
+// What a copy of `pixels` between two extents of one format leaves in the destination.
+template <typename T>
+std::vector<T> Scaled(Format format, Size from, Size to, std::vector<T> const& pixels)
+{
+    RecordingGpu gpu;
+    ImageId const source = gpu.CreateImage(Desc(from, CopyRW, format));
+    ImageId const destination = gpu.CreateImage(Desc(to, CopyRW, format));
+    gpu.WriteImage(source, {}, AsBytes(pixels));
+    gpu.CopyImage(source, {}, destination, {});
+    EXPECT_EQ(gpu.Errors().size(), 0u) << gpu.Problems();
+    std::vector<T> const result = As<T>(gpu.ReadImage(destination));
+    gpu.DestroyImage(source);
+    gpu.DestroyImage(destination);
+    return result;
+}
+
+TEST(RecordingGpu, CopyBetweenLevelsScalesByBoxFiltering)
 {
     RecordingGpu gpu;
     gpu.SetFullChainFill(true);
@@ -270,17 +306,138 @@ TEST(RecordingGpu, CopyBetweenLevelsScalesByNearestSampling)
     gpu.WriteImage(image, {}, Ramp(8, 10)); // rows 10 11 12 13 / 14 15 16 17
     gpu.CopyImage(image, {0, 0}, image, {1, 0});
     gpu.CopyImage(image, {1, 0}, image, {2, 0});
-    EXPECT_THAT(gpu.ReadImage(image, {1, 0}), ElementsAre(std::byte{10}, std::byte{12}));
-    EXPECT_THAT(gpu.ReadImage(image, {2, 0}), ElementsAre(std::byte{10}));
-
-    // Upscaling repeats texels.
-    ImageId const wide = gpu.CreateImage(Desc({8, 1, 0}, CopyRW, Format::R8));
-    gpu.CopyImage(image, {1, 0}, wide, {});
-    EXPECT_EQ(gpu.ReadImage(wide), std::vector<std::byte>({std::byte{10}, std::byte{10}, std::byte{10}, std::byte{10},
-                                                           std::byte{12}, std::byte{12}, std::byte{12}, std::byte{12}}));
+    EXPECT_EQ(gpu.ReadImage(image, {1, 0}), (std::vector<std::byte>{std::byte{13}, std::byte{15}}))
+        << "12.5 and 14.5 round away from zero";
+    EXPECT_EQ(gpu.ReadImage(image, {2, 0}), std::vector<std::byte>{std::byte{14}});
     EXPECT_EQ(gpu.Problems().find("errors"), std::string::npos);
-    gpu.DestroyImage(wide);
     gpu.DestroyImage(image);
+}
+
+// Destination centres map to (x + 0.5) * from / to; the two source texels
+// around that point blend, and the edge texels hold beyond the outer centres.
+TEST(RecordingGpu, ScalingCopiesBlendAroundEachTexelCentre)
+{
+    EXPECT_EQ(Scaled<float>(Format::R32F, {5, 0, 0}, {2, 0, 0}, {0, 4, 8, 12, 16}), (std::vector<float>{3, 13}));
+    EXPECT_EQ(Scaled<float>(Format::R32F, {2, 0, 0}, {8, 0, 0}, {0, 8}),
+              (std::vector<float>{0, 0, 1, 3, 5, 7, 8, 8}));
+    EXPECT_EQ(Scaled<float>(Format::R32F, {1, 3, 0}, {1, 1, 0}, {-1, 5, 9}), std::vector<float>{5});
+    // Two axes at once: the centre of a 3x2 -> 2x1 copy reads 0.25 and 1.75 across, 0.5 down.
+    EXPECT_EQ(Scaled<float>(Format::R32F, {3, 2, 0}, {2, 1, 0}, {0, 8, 16, 32, 40, 48}), (std::vector<float>{18, 30}));
+    // Channels filter apart, blue-first ones and B8G8R8X8's padding byte alike.
+    EXPECT_EQ(Scaled<std::uint8_t>(Format::B8G8R8X8, {2, 0, 0}, {1, 0, 0}, {0, 10, 200, 7, 2, 20, 100, 9}),
+              (std::vector<std::uint8_t>{1, 15, 150, 8}));
+    // Every tap counts, weight zero included, as in GL's filter: an infinity beside the sampled texel makes NaN.
+    float const infinity = std::numeric_limits<float>::infinity();
+    EXPECT_TRUE(std::isnan(Scaled<float>(Format::R32F, {3, 0, 0}, {1, 0, 0}, {infinity, 1, infinity})[0]));
+}
+
+// A region of one colour keeps it in every colour format: decoding and
+// encoding again give back every code but the lowest snorm ones, which
+// read as -1 and come back one up, as on a GPU.
+TEST(RecordingGpu, ScalingKeepsUniformColourInEveryColourFormat)
+{
+    Format const formats[] = {Format::B8G8R8,     Format::B8G8R8A8,       Format::B8G8R8X8,      Format::R8,
+                              Format::R8G8,       Format::R8G8B8A8,       Format::R16,           Format::R16G16,
+                              Format::R16G16B16A16, Format::R8SN,         Format::R8G8SN,        Format::R8G8B8A8SN,
+                              Format::R16SN,      Format::R16G16SN,       Format::R16G16B16A16SN, Format::R16F,
+                              Format::R16G16F,    Format::R16G16B16A16F,  Format::R32F,          Format::R32G32F,
+                              Format::R32G32B32F, Format::R32G32B32A32F};
+    std::mt19937 random(5);
+    for (Format format : formats) {
+        SCOPED_TRACE(ToString(format));
+        for (int trial = 0; trial < 20; ++trial) {
+            std::vector<std::uint8_t> texel(GetSize(format));
+            for (auto& byte : texel)
+                byte = static_cast<std::uint8_t>(random());
+            // Finite halves and floats, whose exponents stay below all ones.
+            if (format >= Format::R16F && format <= Format::R16G16B16A16F)
+                for (std::size_t i = 1; i < texel.size(); i += 2)
+                    texel[i] &= 0xBB;
+            if (format >= Format::R32F && format <= Format::R32G32B32A32F)
+                for (std::size_t i = 3; i < texel.size(); i += 4)
+                    texel[i] &= 0xBF;
+            std::vector<std::uint8_t> expected = texel;
+            if (format >= Format::R8SN && format <= Format::R8G8B8A8SN)
+                for (auto& byte : expected)
+                    byte = byte == 0x80 ? 0x81 : byte;
+            if (format >= Format::R16SN && format <= Format::R16G16B16A16SN)
+                for (std::size_t i = 0; i < texel.size(); i += 2)
+                    if (texel[i] == 0x00 && texel[i + 1] == 0x80)
+                        expected[i] = 0x01;
+            std::vector<std::uint8_t> source, wanted;
+            for (int i = 0; i < 4 * 4; ++i)
+                source.insert(source.end(), texel.begin(), texel.end());
+            for (int i = 0; i < 3 * 5; ++i)
+                wanted.insert(wanted.end(), expected.begin(), expected.end());
+            EXPECT_EQ(Scaled(format, {4, 4, 0}, {3, 5, 0}, source), wanted);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+    EXPECT_EQ(Scaled<std::int8_t>(Format::R8SN, {2, 0, 0}, {1, 0, 0}, {-128, -128}), std::vector<std::int8_t>{-127});
+    EXPECT_EQ(Scaled<std::int16_t>(Format::R16SN, {2, 0, 0}, {1, 0, 0}, {-32768, -32768}),
+              std::vector<std::int16_t>{-32767});
+    EXPECT_EQ(Scaled<std::int8_t>(Format::R8SN, {2, 0, 0}, {1, 0, 0}, {-128, 1}), std::vector<std::int8_t>{-63})
+        << "(-127 + 1) / 2: the lowest code blends as -1 too";
+    EXPECT_EQ(Scaled<std::int16_t>(Format::R16SN, {2, 0, 0}, {1, 0, 0}, {-32768, 1}),
+              std::vector<std::int16_t>{-16383});
+}
+
+// Normalized results round to the nearest code, halves away from zero;
+// halves round to nearest even, where the library's float2half truncates.
+TEST(RecordingGpu, FilteredResultsRoundToNearest)
+{
+    EXPECT_EQ(Scaled<std::uint8_t>(Format::R8, {6, 0, 0}, {3, 0, 0}, {0, 1, 2, 3, 254, 255}),
+              (std::vector<std::uint8_t>{1, 3, 255}));
+    EXPECT_EQ(Scaled<std::int8_t>(Format::R8SN, {6, 0, 0}, {3, 0, 0}, {-1, -2, 1, 2, -127, 127}),
+              (std::vector<std::int8_t>{-2, 2, 0}));
+    EXPECT_EQ(Scaled<std::uint16_t>(Format::R16, {4, 0, 0}, {2, 0, 0}, {0, 1, 65534, 65535}),
+              (std::vector<std::uint16_t>{1, 65535}));
+    EXPECT_EQ(Scaled<std::int16_t>(Format::R16SN, {4, 0, 0}, {2, 0, 0}, {-32767, -32766, 0, 3}),
+              (std::vector<std::int16_t>{-32767, 2}));
+    // Halfway between two halves goes to the even one (1 + 1/2048 -> 1, 1 + 3/2048 -> 1 + 2/1024),
+    // subnormals alike; the largest half stays finite.
+    EXPECT_EQ(Scaled<std::uint16_t>(Format::R16F, {8, 0, 0}, {4, 0, 0},
+                                    {0x3C00, 0x3C01, 0x3C01, 0x3C02, 0x0001, 0x0002, 0x7BFF, 0x7BFF}),
+              (std::vector<std::uint16_t>{0x3C00, 0x3C02, 0x0002, 0x7BFF}));
+    // Three quarters of a step rounds up; a quarter down.
+    EXPECT_EQ(Scaled<std::uint16_t>(Format::R16G16F, {2, 2, 0}, {1, 1, 0},
+                                    {0x3C00, 0x4001, 0x3C00, 0x4000, 0x3C00, 0x4000, 0x3C03, 0x4000}),
+              (std::vector<std::uint16_t>{0x3C01, 0x4000}));
+    float const mean = std::bit_cast<float>(Scaled<std::uint32_t>(Format::R32F, {2, 0, 0}, {1, 0, 0},
+                                                                  {0x3F800000, 0x3F800001})[0]);
+    EXPECT_EQ(std::bit_cast<std::uint32_t>(mean), 0x3F800000u) << "1 + 2^-24 rounds to even, in float too";
+}
+
+// Integer, depth and stencil texels move whole: each destination texel
+// copies the source texel under its centre, (x + 0.5) * from / to; a centre
+// on a texel boundary takes the texel after it, as GL's nearest blit does.
+TEST(RecordingGpu, IntegerDepthAndStencilTexelsScaleByTheTexelUnderTheCentre)
+{
+    EXPECT_EQ(Scaled<std::uint8_t>(Format::R8U, {4, 0, 0}, {2, 0, 0}, {10, 20, 30, 40}),
+              (std::vector<std::uint8_t>{20, 40}));
+    EXPECT_EQ(Scaled<std::int32_t>(Format::R32I, {6, 0, 0}, {2, 0, 0}, {-1, -2, -3, -4, -5, -6}),
+              (std::vector<std::int32_t>{-2, -5}));
+    EXPECT_EQ(Scaled<std::uint16_t>(Format::R16G16U, {1, 3, 0}, {1, 1, 0}, {1, 2, 3, 4, 5, 6}),
+              (std::vector<std::uint16_t>{3, 4}));
+    // Depth with its stencil byte, and the 8-byte depth-stencil texel, never blended.
+    EXPECT_EQ(Scaled<std::uint32_t>(Format::D24S8, {3, 0, 0}, {1, 0, 0}, {0x01000000, 0xAB123456, 0xFFFFFFFF}),
+              std::vector<std::uint32_t>{0xAB123456});
+    EXPECT_EQ(Scaled<std::uint32_t>(Format::D32FS8X24, {2, 0, 0}, {5, 0, 0}, {0x3E800000, 7, 0x3F400000, 9}),
+              (std::vector<std::uint32_t>{0x3E800000, 7, 0x3E800000, 7, 0x3F400000, 9, 0x3F400000, 9, 0x3F400000, 9}));
+    EXPECT_EQ(Scaled<float>(Format::D32F, {2, 2, 0}, {1, 1, 0}, {0.25f, 0.5f, 0.75f, 1.0f}), std::vector<float>{1.0f});
+}
+
+// A 3D copy blends within each slice only, taking the source slice under
+// the destination slice's centre.
+TEST(RecordingGpu, VolumeCopiesTakeTheSliceUnderEachCentre)
+{
+    std::vector<float> texels;
+    for (int slice = 0; slice < 4; ++slice)
+        for (int i = 0; i < 4; ++i)
+            texels.push_back(static_cast<float>(slice * 100 + i));
+    EXPECT_EQ(Scaled<float>(Format::R32F, {2, 2, 4}, {1, 1, 2}, texels), (std::vector<float>{101.5f, 301.5f}));
+    EXPECT_EQ(Scaled<float>(Format::R32F, {2, 2, 4}, {2, 2, 0}, texels), (std::vector<float>{200, 201, 202, 203}))
+        << "a 2D destination is the middle slice";
 }
 
 TEST(RecordingGpu, CopyMisuseIsRecordedAndCopiesNothing)
@@ -306,19 +463,56 @@ TEST(RecordingGpu, CopyMisuseIsRecordedAndCopiesNothing)
         gpu.DestroyImage(id);
 }
 
-TEST(RecordingGpu, ResolveTakesSampleZeroAndChecksItsRules)
+// The value each texel resolves to from samples written one by one.
+template <typename T>
+std::vector<T> Resolved(Format format, std::vector<std::vector<T>> const& samples)
+{
+    RecordingGpu gpu;
+    auto const count = static_cast<std::uint32_t>(samples.size());
+    ImageId const msaa = gpu.CreateImage(Desc({2, 1, 0}, ImageUsage::Resolvable, format, count));
+    ImageId const single = gpu.CreateImage(Desc({2, 1, 0}, ImageUsage::ResolveDestination, format));
+    for (std::uint32_t k = 0; k < count; ++k)
+        gpu.WriteImage(msaa, {}, AsBytes(samples[k]), k);
+    gpu.ResolveImage(msaa, {}, single, {});
+    EXPECT_EQ(gpu.Errors().size(), 0u) << gpu.Problems();
+    std::vector<T> const result = As<T>(gpu.ReadImage(single));
+    gpu.DestroyImage(msaa);
+    gpu.DestroyImage(single);
+    return result;
+}
+
+TEST(RecordingGpu, ResolveAveragesColourAndTakesSampleZeroOfTheRest)
+{
+    EXPECT_EQ(Resolved<std::uint8_t>(Format::R8, {{30, 31}, {60, 0}, {90, 0}, {121, 1}}),
+              (std::vector<std::uint8_t>{75, 8}));
+    EXPECT_EQ(Resolved<std::int8_t>(Format::R8G8SN, {{-128, 10, 0, 1}, {-127, 11, 0, 1}}),
+              (std::vector<std::int8_t>{-127, 11, 0, 1}))
+        << "the lowest code reads as -1, and 10.5 rounds away from zero";
+    EXPECT_EQ(Resolved<float>(Format::R32F, {{1, -2}, {2, -2}, {5, 0}, {10, 0}}), (std::vector<float>{4.5f, -1.0f}));
+    EXPECT_EQ(Resolved<std::uint16_t>(Format::R16G16F, {{0x3C00, 0x3C01, 0, 0x7BFF}, {0x4000, 0x3C02, 0, 0x7BFF}}),
+              (std::vector<std::uint16_t>{0x3E00, 0x3C02, 0, 0x7BFF}))
+        << "1.5, and the halfway mean of two halves to the even one";
+
+    EXPECT_EQ(Resolved<std::uint8_t>(Format::R8U, {{5, 6}, {15, 16}, {25, 26}, {35, 36}}),
+              (std::vector<std::uint8_t>{5, 6}));
+    EXPECT_EQ(Resolved<std::int32_t>(Format::R32I, {{-1, 1}, {-3, 3}}), (std::vector<std::int32_t>{-1, 1}));
+    EXPECT_EQ(Resolved<float>(Format::D32F, {{0.125f, 1.0f}, {0.375f, 0.0f}, {0.5f, 0.5f}, {0.75f, 0.25f}}),
+              (std::vector<float>{0.125f, 1.0f}));
+    EXPECT_EQ(Resolved<std::uint32_t>(Format::D24S8, {{0x01000010, 0x02000020}, {0x030000F0, 0x040000F0}}),
+              (std::vector<std::uint32_t>{0x01000010, 0x02000020}));
+}
+
+TEST(RecordingGpu, ResolveChecksItsRulesAndChangesNothingWhenRefused)
 {
     RecordingGpu gpu;
     ImageId const msaa = gpu.CreateImage(Desc({2, 1, 0}, ImageUsage::Resolvable, Format::R8, 4));
     ImageId const single = gpu.CreateImage(Desc({2, 1, 0}, 0x120, Format::R8));
-    gpu.WriteImage(msaa, {}, Ramp(2, 30), 0);
-    gpu.WriteImage(msaa, {}, Ramp(2, 60), 2);
-    gpu.ResolveImage(msaa, {}, single, {});
-    EXPECT_EQ(gpu.ReadImage(single), Ramp(2, 30));
-    EXPECT_TRUE(gpu.Errors().empty());
-
+    gpu.WriteImage(msaa, {}, Ramp(2, 30));
+    gpu.WriteImage(single, {}, Ramp(2, 90));
     gpu.ResolveImage(single, {}, msaa, {});
     EXPECT_EQ(gpu.Errors().size(), 4u) << "not multisampled, not resolvable, 4 samples, no ResolveDestination";
+    EXPECT_EQ(gpu.ReadImage(msaa, {}, 3), Ramp(2, 30));
+    EXPECT_EQ(gpu.ReadImage(single), Ramp(2, 90));
     gpu.DestroyImage(msaa);
     gpu.DestroyImage(single);
 }

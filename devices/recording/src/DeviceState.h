@@ -266,6 +266,14 @@ struct DeviceState {
 using Checks::FullChainLength;
 using Checks::LevelSize;
 
+// A copy between sub-images of different extents (single-sampled, one
+// format): colour filtered linearly, other formats by nearest texel centre.
+void ScaleSubImage(ImageResource const& from, SubImage const& sourceWhere, ImageResource& to,
+                   SubImage const& destinationWhere);
+// A resolve: the mean of the samples for colour, sample 0 for other formats.
+void ResolveSubImage(ImageResource const& from, SubImage const& sourceWhere, ImageResource& to,
+                     SubImage const& destinationWhere);
+
 } // namespace Zorvan::Rendering::Testing::Recording
 
 namespace Zorvan::Rendering::Testing {

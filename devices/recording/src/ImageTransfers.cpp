@@ -142,24 +142,10 @@ void RecordingGpu::CopyImage(ImageId source, SubImage const& sourceWhere, ImageI
     Extent const de = to->LevelExtent(destinationWhere.mipLevel);
     if (se.width == 0 || de.width == 0)
         return;
-    std::size_t const pixel = from->pixelSize;
-    for (std::uint32_t k = 0; k < from->samples; ++k) {
-        auto const& in = from->Bytes(sourceWhere, k);
-        auto& out = to->Bytes(destinationWhere, k);
-        // Nearest sampling: destination texel x reads source texel x * srcWidth / dstWidth.
-        for (std::uint32_t z = 0; z < de.slices; ++z) {
-            std::uint64_t const sz = std::uint64_t{z} * se.slices / de.slices;
-            for (std::uint32_t y = 0; y < de.rows; ++y) {
-                std::uint64_t const sy = std::uint64_t{y} * se.rows / de.rows;
-                std::byte const* inRow = in.data() + ((sz * se.rows + sy) * se.width) * pixel;
-                std::byte* outRow = out.data() + ((std::size_t{z} * de.rows + y) * de.width) * pixel;
-                for (std::uint32_t x = 0; x < de.width; ++x) {
-                    std::uint64_t const sx = std::uint64_t{x} * se.width / de.width;
-                    std::memcpy(outRow + x * pixel, inRow + sx * pixel, pixel);
-                }
-            }
-        }
-    }
+    if (se != de)
+        return Recording::ScaleSubImage(*from, sourceWhere, *to, destinationWhere);
+    for (std::uint32_t k = 0; k < from->samples; ++k)
+        to->Bytes(destinationWhere, k) = from->Bytes(sourceWhere, k);
 }
 
 void RecordingGpu::ResolveImage(ImageId source, SubImage const& sourceWhere, ImageId destination,
@@ -178,8 +164,7 @@ void RecordingGpu::ResolveImage(ImageId source, SubImage const& sourceWhere, Ima
     Checks::ResolveImage({src, from->Facts(), sourceWhere}, {dst, to->Facts(), destinationWhere}, found);
     if (s.Refuse(Op::ResolveImage, found))
         return;
-    // Each texel takes the value of sample 0.
-    to->Bytes(destinationWhere, 0) = from->Bytes(sourceWhere, 0);
+    Recording::ResolveSubImage(*from, sourceWhere, *to, destinationWhere);
 }
 
 } // namespace Zorvan::Rendering::Testing

@@ -37,12 +37,16 @@
 //   levels); formats must have the same pixel size and the images the same
 //   sample count (each sample is copied). Bytes move unchanged: a copy from
 //   R8G8B8A8 into B8G8R8A8 does not swap channels. Different extents scale
-//   by nearest sampling: destination texel x reads source texel
-//   x * srcWidth / dstWidth (likewise for y and z); GlDevice filters linearly.
+//   as GlDevice's linear blits do (Device.h, CopyImage): colour channels are
+//   decoded, read bilinearly around (x + 0.5) * srcWidth / dstWidth and
+//   encoded again (normalized codes rounded to nearest, ties away from zero;
+//   half floats to nearest even); integer, depth and stencil texels are
+//   copied whole from the texel under that point; 3D slices come from the
+//   source slice under their centre.
 // - ResolveImage needs a multisampled source with Resolvable (0x80) and a
 //   single-sampled destination of the same extent and format with
-//   ResolveDestination (0x100); each texel takes the value of sample 0
-//   (GlDevice averages the samples).
+//   ResolveDestination (0x100); colour texels take the mean of their
+//   samples, integer, depth and stencil texels sample 0, as on GlDevice.
 // - Images created with mipLevels 0 receive the full chain (scriptable).
 // - Query results: frequency queries read the scripted frequency once ended;
 //   timestamp queries take the next scripted timestamp when recorded (or an
