@@ -19,11 +19,13 @@ using Zorvan::Rendering::Testing::RecordingGpu;
 // Registered before GoogleTest's main instantiates the suites.
 [[maybe_unused]] bool const registered = [] {
     // Everything but drawing: the recording device keeps every byte of every
-    // sample, slice and face, and answers queries from a scripted clock.
+    // sample, slice and face, filters as the GL device does, and answers
+    // queries from a scripted clock.
     Conformance::RegisterDevice(
         "Recording",
         Conformance::Capability::Multisampling | Conformance::Capability::Timestamps |
-            Conformance::Capability::CubeMaps | Conformance::Capability::VolumeImages,
+            Conformance::Capability::CubeMaps | Conformance::Capability::VolumeImages |
+            Conformance::Capability::LinearFiltering,
         [](std::string&) -> std::unique_ptr<IGpu> { return std::make_unique<RecordingGpu>(); },
         {.waitIdle = {}, .problems = [](IGpu& gpu) { return static_cast<RecordingGpu&>(gpu).Problems(); }});
 #if defined(ZGU_WITH_GL)

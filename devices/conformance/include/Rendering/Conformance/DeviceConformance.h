@@ -29,7 +29,9 @@
 // ImageDoublesVolumes. CubeMaps: CubeMaps, CheckedAccessCubes,
 // ImageReadbackCubes. Multisampling: Multisampling. Shaders: Drawing,
 // ShaderPixels, and with Multisampling DrawingMultisampled and
-// ShaderPixelsMultisampled. Timestamps: Timestamps.
+// ShaderPixelsMultisampled. Timestamps: Timestamps. LinearFiltering:
+// ScaledCopies, with VolumeImages ScaledVolumeCopies, and with Multisampling
+// and Shaders AveragedResolves.
 // docs/device-guide.md says what each capability asks of a device.
 //
 // Every test gets a fresh device from the factory and reaches it through a
@@ -76,8 +78,13 @@ inline constexpr std::uint32_t Timestamps = 1u << 2;
 inline constexpr std::uint32_t CubeMaps = 1u << 3;
 // Three-dimensional images: maps and copies cover every depth slice.
 inline constexpr std::uint32_t VolumeImages = 1u << 4;
+// Copies that scale and resolves give the values both provided devices give
+// (Device.h, at CopyImage and ResolveImage): colour blended around each texel
+// centre or averaged over the samples, integer and depth texels taken whole.
+// Without it, the suites check only what any filter keeps.
+inline constexpr std::uint32_t LinearFiltering = 1u << 5;
 // Every capability the kit knows.
-inline constexpr std::uint32_t All = Shaders | Multisampling | Timestamps | CubeMaps | VolumeImages;
+inline constexpr std::uint32_t All = Shaders | Multisampling | Timestamps | CubeMaps | VolumeImages | LinearFiltering;
 // The kit never uses this bit or those above it: they are free for suites
 // of your own (e.g. "logs its calls").
 inline constexpr std::uint32_t FirstUserBit = 1u << 16;
