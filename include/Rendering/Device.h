@@ -398,15 +398,25 @@ public:
     // unchanged, whatever the two formats. Sub-images of different extents
     // must be single-sampled and of one format, and the copy scales: each
     // destination texel is filtered from the source (the mip builder relies
-    // on it; GlDevice filters linearly, RecordingGpu takes the texel at
-    // x * sourceWidth / destinationWidth). A refused copy changes nothing.
+    // on it). The filter is the device's choice; both provided devices filter
+    // as GL's linear blit does. Texel centre x + 0.5 maps to source point
+    // (x + 0.5) * sourceWidth / destinationWidth (likewise down the rows);
+    // colour (normalized, half and float formats) is read bilinearly there,
+    // edges clamped, and rounded to nearest (a GL driver may round the last
+    // unit otherwise), so halving takes the 2x2 box average. Integer, depth and stencil texels are copied whole from the
+    // texel under that point. Each depth slice of a 3D destination is
+    // filtered from the source slice under its centre alone. A refused copy
+    // changes nothing.
     virtual void CopyImage(ImageId source, SubImage const& sourceWhere, ImageId destination,
                            SubImage const& destinationWhere) = 0;
     // Resolves a multisampled sub-image into a single-sampled one of the same
     // format and extent: needs Resolvable (0x80) on the source and
     // ResolveDestination (0x100) on the destination. Each texel becomes one
-    // value computed from its samples (GlDevice averages colour samples,
-    // RecordingGpu takes sample 0). A refused resolve changes nothing.
+    // value computed from its samples, as the device chooses; both provided
+    // devices take the mean of the samples of normalized, half and float
+    // formats (rounded to nearest) and sample 0 of integer, depth and stencil
+    // ones (GL lets the driver pick that sample; the drivers GlDevice is
+    // tested on pick sample 0). A refused resolve changes nothing.
     virtual void ResolveImage(ImageId source, SubImage const& sourceWhere, ImageId destination,
                               SubImage const& destinationWhere) = 0;
     // Host access to one sub-image: every row and every depth slice of it.
