@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -129,14 +131,16 @@ void WriteReport(BatchOptions const& options, nlohmann::ordered_json const& repo
     if (options.report.empty())
         return;
     if (options.report == "-") {
-        std::cout << report.dump(2) << "\n";
+        std::cout << report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
         return;
     }
     fs::path const path = options.report;
     StagedOutputs staged(FolderOf(path));
     {
         std::ofstream out(staged.Stage(path.filename().string()), std::ios::binary);
-        out << report.dump(2) << "\n";
+        // A file name that is not UTF-8 shows U+FFFD for its bad bytes
+        // rather than costing the whole report.
+        out << report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
         if (!out.flush())
             throw Failure("cannot write the report " + Quoted(path));
     }
@@ -144,6 +148,26 @@ void WriteReport(BatchOptions const& options, nlohmann::ordered_json const& repo
 }
 
 } // namespace
+
+CLI::Validator NumberBetween(double low, double high, bool integer)
+{
+    auto const check = [low, high, integer](std::string& text) -> std::string {
+        char const* begin = text.c_str();
+        char* end = nullptr;
+        double const value = std::strtod(begin, &end);
+        std::string const quoted = "'" + text + "'";
+        if (text.empty() || end == begin || *end != '\0')
+            return quoted + (integer ? " is not a whole number" : " is not a number");
+        if (!std::isfinite(value))
+            return quoted + " is not a finite number";
+        if (integer && value != std::floor(value))
+            return quoted + " is not a whole number";
+        if (value < low || value > high)
+            return quoted + " is not between " + Fixed(low, 0) + " and " + Fixed(high, 0);
+        return {};
+    };
+    return CLI::Validator(check, "");
+}
 
 IsolationLimits BatchOptions::Limits() const
 {
@@ -173,12 +197,12 @@ void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const
     command.add_option("--memory-limit", options.memoryLimitMiB,
                        "MiB a file's decoder or importer may allocate before it is stopped (0: no limit)")
         ->type_name("MIB")
-        ->check(CLI::NonNegativeNumber)
+        ->check(NumberBetween(0.0, 1e9))
         ->capture_default_str();
     command.add_option("--time-limit", options.timeLimitSeconds,
                        "seconds a file's decoder or importer may take before it is stopped (0: no limit)")
         ->type_name("SECONDS")
-        ->check(CLI::NonNegativeNumber)
+        ->check(NumberBetween(0.0, 1e9))
         ->capture_default_str();
 }
 
@@ -240,6 +264,8 @@ std::vector<BatchFile> PlanBatch(BatchOptions const& options, BatchCommand const
 int RunBatch(BatchOptions const& options, BatchCommand const& command)
 {
     std::vector<BatchFile> const files = PlanBatch(options, command);
+    if (command.checkPlan)
+        command.checkPlan(files);
     std::error_code error;
     bool const single = options.inputs.size() == 1 && files.size() == 1 && !fs::is_directory(options.inputs[0], error);
 

@@ -36,6 +36,10 @@ struct BatchOptions {
     IsolationLimits Limits() const;
 };
 
+// A numeric option's check: a finite number (an integer where `integer`)
+// from low to high, with a message saying which of those it is not.
+CLI::Validator NumberBetween(double low, double high, bool integer = false);
+
 // `isolates`: the command runs its risky work through RunIsolated with
 // options.Limits(), so --memory-limit and --time-limit mean something.
 void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const& inputHelp, bool isolates);
@@ -70,6 +74,9 @@ struct BatchCommand {
     std::function<FileResult(BatchFile const&)> run;
     // Prints a lone file's result (a table, or JSON) on stdout.
     std::function<void(BatchFile const&, FileResult const&)> printSingle;
+    // Optional: refuses a plan (UsageError) before any work starts, for
+    // problems only the planned files show (an output format per input).
+    std::function<void(std::vector<BatchFile> const&)> checkPlan;
 };
 
 // The files a run would process, in order, with their output bases. Throws
