@@ -12,103 +12,8 @@ namespace {
 
 using namespace ZguTesting;
 
-TEST_F(ZguTest, MeshSplitsCreasedCornersAndSurvivesARoundTrip)
-{
-    WriteCube("cube.obj");
-    Result const first = Run("mesh cube.obj -o out.ply --crease 30 --json");
-    ASSERT_EQ(first.exitCode, 0) << first.err;
-    auto const report = nlohmann::json::parse(first.out);
-    EXPECT_EQ(report["triangles"], 12);
-    EXPECT_EQ(report["vertices_in"], 8);
-    EXPECT_EQ(report["vertices_out"], 24); // three faces meet at 90 degrees at every corner
-    EXPECT_EQ(report["submeshes"], 1);
-
-    // ASCII PLY keeps one record per vertex: position and its face's normal.
-    std::istringstream ply(Slurp(Path("out.ply")));
-    std::string line;
-    while (std::getline(ply, line) && line != "end_header") {
-    }
-    for (int v = 0; v < 24 && std::getline(ply, line); ++v) {
-        std::istringstream values(line);
-        float p[3] = {};
-        float n[3] = {};
-        values >> p[0] >> p[1] >> p[2] >> n[0] >> n[1] >> n[2];
-        EXPECT_FLOAT_EQ(std::abs(n[0]) + std::abs(n[1]) + std::abs(n[2]), 1.0f) << "not a face normal: " << line;
-        for (int k = 0; k < 3; ++k) {
-            if (n[k] != 0.0f) {
-                EXPECT_EQ(p[k], n[k] > 0.0f ? 1.0f : 0.0f) << "normal does not face outwards: " << line;
-            }
-        }
-    }
-
-    // Read back, normals dropped and positions joined: the same cube again.
-    Result const second = Run("mesh out.ply --json --crease 180 -o again.obj");
-    ASSERT_EQ(second.exitCode, 0) << second.err;
-    auto const again = nlohmann::json::parse(second.out);
-    EXPECT_EQ(again["triangles"], 12);
-    EXPECT_EQ(again["vertices_in"], 8);
-    EXPECT_EQ(again["vertices_out"], 8); // nothing is a crease at 180 degrees
-    std::string const obj = Slurp(Path("again.obj"));
-    EXPECT_EQ(CountLines(obj, "v "), 8u);
-    EXPECT_EQ(CountLines(obj, "f "), 12u);
-}
-
-TEST_F(ZguTest, ShuffledMeshAbove65535VerticesSplitsIntoCompactCacheFriendlySubmeshes)
-{
-    // A smooth height field whose vertices and faces are listed in random
-    // order: cutting the file's face order into 16-bit submeshes would store
-    // most vertices in both halves and leave the cache as cold as the input.
-    constexpr int n = 300; // n^2 = 90000 vertices, 2 (n - 1)^2 triangles
-    std::mt19937 rng(300);
-    std::vector<int> number(n * n);
-    std::iota(number.begin(), number.end(), 1);
-    std::shuffle(number.begin(), number.end(), rng);
-    std::vector<std::string> vertices(number.size());
-    for (int y = 0; y < n; ++y)
-        for (int x = 0; x < n; ++x)
-            vertices[number[y * n + x] - 1] = "v " + std::to_string(x) + ' ' + std::to_string(y) + ' ' +
-                                              std::to_string(3.0 * std::sin(0.05 * x) * std::cos(0.04 * y)) + '\n';
-    std::vector<std::string> faces;
-    for (int y = 0; y + 1 < n; ++y)
-        for (int x = 0; x + 1 < n; ++x) {
-            int const a = number[y * n + x], b = number[y * n + x + 1];
-            int const c = number[(y + 1) * n + x], d = number[(y + 1) * n + x + 1];
-            faces.push_back("f " + std::to_string(a) + ' ' + std::to_string(b) + ' ' + std::to_string(d) + '\n');
-            faces.push_back("f " + std::to_string(a) + ' ' + std::to_string(d) + ' ' + std::to_string(c) + '\n');
-        }
-    std::shuffle(faces.begin(), faces.end(), rng);
-    std::ofstream obj(Path("field.obj"));
-    for (std::string const& line : vertices)
-        obj << line;
-    for (std::string const& line : faces)
-        obj << line;
-    obj.close();
-
-    Result const result = Run("mesh field.obj -o field.ply --json");
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    auto const report = nlohmann::json::parse(result.out);
-    EXPECT_EQ(report["triangles"], 2 * (n - 1) * (n - 1));
-    ASSERT_EQ(report["vertices_remapped"], n * n); // smooth: no vertex splits
-    ASSERT_GE(report["submeshes"], 2);
-    std::size_t total = 0;
-    for (auto const& count : report["submesh_vertices"]) {
-        EXPECT_LE(count.get<std::size_t>(), 65535u);
-        total += count.get<std::size_t>();
-    }
-    EXPECT_EQ(report["vertices_out"], total);
-    EXPECT_GT(total, std::size_t(n * n)); // the border between submeshes belongs to both
-    EXPECT_LE(double(total) / double(n * n), 1.05);
-    EXPECT_GT(report["acmr_before"].get<double>(), 2.5);
-    EXPECT_LE(report["acmr_after"].get<double>(), 0.75);
-    EXPECT_NE(result.err.find("into 16-bit submeshes"), std::string::npos) << result.err;
-    EXPECT_TRUE(fs::file_size(Path("field.ply")) > 0);
-}
-
 TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
 {
-    WriteCube("cube.obj");
-    Write("notes.xyz1", "not a mesh\n");
-    Write("points.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\n");
     Write("broken.png", "definitely not a PNG");
     struct Case {
         char const* arguments;
@@ -116,14 +21,7 @@ TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
         char const* message;
     };
     Case const cases[] = {
-        {"mesh", 2, "IN"},
-        {"mesh cube.obj --bogus", 2, "--bogus"},
         {"frobnicate", 2, "frobnicate"},
-        {"mesh missing.obj", 2, "no such file"},
-        {"mesh notes.xyz1", 2, "unsupported mesh format"},
-        {"mesh cube.obj -o out.nope", 2, "no exporter"},
-        {"mesh cube.obj --cache 0", 2, "--cache"},
-        {"mesh points.obj", 1, "'points.obj' holds no triangles"},
         {"image missing.png", 2, "no such file"},
         {"image broken.png", 1, "broken.png"},
         {"image broken.png --format bgr8", 2, "--format"},
@@ -137,7 +35,6 @@ TEST_F(ZguTest, BadInputsGiveOneLineAndTheDocumentedExitCode)
         EXPECT_EQ(result.err.rfind("zgu: ", 0), 0u) << c.arguments << "\n" << result.err;
         EXPECT_NE(result.err.find(c.message), std::string::npos) << c.arguments << "\n" << result.err;
     }
-    EXPECT_FALSE(fs::exists(Path("out.nope")));
 }
 
 TEST_F(ZguTest, NothingIsOverwrittenWithoutForce)

@@ -5,7 +5,6 @@
 // dialect, and a depth clear (the library's shader clear writes colour
 // targets only).
 
-#include "MeshIo.h"
 #include "MeshPrep.h"
 
 #include <Rendering/Device.h>

@@ -5,6 +5,7 @@
 #include "GlSession.h"
 #include "ImageFile.h"
 #include "Isolation.h"
+#include "MeshJob.h"
 
 #include <exception>
 #include <iostream>
@@ -32,7 +33,8 @@ int main(int argc, char** argv)
     using namespace Zorvan::Tool;
 
     // What zgu runs in child processes, for inputs that may crash or exhaust it.
-    static constexpr IsolatedJobEntry IsolatedJobs[] = {{DecodeImageJobName, DecodeImageJob}};
+    static constexpr IsolatedJobEntry IsolatedJobs[] = {{DecodeImageJobName, DecodeImageJob},
+                                                        {ImportMeshJobName, ImportMeshJob}};
     ServeIsolatedJobIfAsked(argc, argv, IsolatedJobs);
 
     CLI::App app{"zgu: prepares meshes for the vertex cache, builds mip chains and shows the Zorvan GPU "

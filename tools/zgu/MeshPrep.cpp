@@ -1,7 +1,6 @@
 #include "MeshPrep.h"
 
 #include <chrono>
-#include <cmath>
 #include <numbers>
 
 namespace Zorvan::Tool {
@@ -31,26 +30,6 @@ std::vector<std::uint32_t> PreparedMesh::GlobalIndices() const
         for (std::uint16_t i : sub.indices)
             indices.push_back(sub.vertices[i]);
     return indices;
-}
-
-std::vector<MeshPart> PreparedMesh::Parts(MeshData const& source) const
-{
-    std::vector<MeshPart> parts;
-    for (Rendering::Submesh const& sub : submeshes) {
-        MeshPart& part = parts.emplace_back();
-        for (std::uint32_t v : sub.vertices) {
-            std::uint32_t const from = remapping.vertices[v];
-            auto n = remapping.normals[v];
-            if (std::isnan(n[0]) || std::isnan(n[1]) || std::isnan(n[2]))
-                n = {};
-            part.positions.push_back(source.positions[from]);
-            part.normals.push_back(n);
-            if (!source.texcoords.empty())
-                part.texcoords.push_back(source.texcoords[from]);
-        }
-        part.indices.assign(sub.indices.begin(), sub.indices.end());
-    }
-    return parts;
 }
 
 PreparedMesh PrepareMesh(MeshData const& mesh, double creaseDegrees, std::uint16_t cacheSize,

@@ -1,19 +1,25 @@
 #pragma once
 
-// The preparation both `mesh` and `demo` run: crease-aware normals with the
-// vertex remapping they imply, then the library's split into 16-bit
+// The demo's preparation of its one generated surface: crease-aware normals
+// with the vertex remapping they imply, then the library's split into 16-bit
 // submeshes in Tipsify order, with cache statistics before and after.
-
-#include "MeshIo.h"
+// `zgu mesh` prepares whole assets (MeshAssetPrep.h).
 
 #include <Rendering/Mesh.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace Zorvan::Tool {
+
+// One surface: positions and triangles over them (the demo's generated mesh).
+struct MeshData {
+    std::vector<Math::point<float, 3>> positions;
+    std::vector<std::array<std::uint32_t, 3>> triangles;
+};
 
 struct PreparedMesh {
     Rendering::SmoothNormalRemapping<std::uint32_t> remapping;
@@ -26,10 +32,6 @@ struct PreparedMesh {
     std::size_t OutputVertexCount() const;
     // The reordered index list over remapped vertices, submesh after submesh.
     std::vector<std::uint32_t> GlobalIndices() const;
-    // One part per submesh, carrying positions, normals and texture
-    // coordinates of the source mesh; NaN normals (corners of degenerate
-    // triangles) are written as zero vectors.
-    std::vector<MeshPart> Parts(MeshData const& source) const;
 };
 
 using Progress = std::function<void(std::string const&)>;

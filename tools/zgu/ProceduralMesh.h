@@ -4,7 +4,7 @@
 // torus knot tube (smooth everywhere) resting on a subdivided slab (flat faces
 // meeting at sharp 90-degree edges), so a crease angle visibly matters.
 
-#include "MeshIo.h"
+#include "MeshPrep.h"
 
 namespace Zorvan::Tool {
 
