@@ -259,23 +259,30 @@ PreparedAsset PrepareAsset(MeshAsset const& asset, double creaseDegrees, std::ui
         throw Failure("every triangle is degenerate (zero area or a repeated corner)");
 
     progress("smoothing normals over " + std::to_string(byPosition.size()) + " triangles");
-    std::vector<Math::point<float, 3>> cornerNormals = Rendering::CalculateSmoothTriangleVertexNormals(
+    // The remapping's form of the normals: it groups corners by vertex, which
+    // keeps its memory accesses local when the triangles come in any order.
+    Rendering::SmoothNormalRemapping<std::uint32_t> smooth = Rendering::CalculateSmoothNormalRemapping(
         std::span<Math::point<float, 3> const>(points), std::span<std::array<std::uint32_t, 3> const>(byPosition),
         creaseDegrees * std::numbers::pi / 180.0);
+    std::vector<Math::point<float, 3>>& normalTable = smooth.normals;
+    std::vector<std::uint32_t>& cornerNormal = smooth.remapping; // per corner: its row of normalTable
+    smooth.vertices = {};
+    for (auto& normal : normalTable)
+        for (int c = 0; c < 3; ++c)
+            normal[c] = normal[c] == 0.0f ? 0.0f : normal[c];
     // A corner whose smoothing found no face (a crease of 0 excludes even its
     // own) takes its own face's normal, which any crease angle admits.
     for (std::size_t t = 0; t < byPosition.size(); ++t)
         for (int k = 0; k < 3; ++k) {
-            auto& normal = cornerNormals[3 * t + k];
-            if (!UsableNormal(normal)) {
-                auto const& tri = byPosition[t];
-                Float3 const face = Normalized(FaceCross({points[tri[0]][0], points[tri[0]][1], points[tri[0]][2]},
-                                                         {points[tri[1]][0], points[tri[1]][1], points[tri[1]][2]},
-                                                         {points[tri[2]][0], points[tri[2]][1], points[tri[2]][2]}));
-                normal = {{face[0], face[1], face[2]}};
-            }
-            for (int c = 0; c < 3; ++c)
-                normal[c] = normal[c] == 0.0f ? 0.0f : normal[c];
+            if (UsableNormal(normalTable[cornerNormal[3 * t + k]]))
+                continue;
+            auto const& tri = byPosition[t];
+            Float3 const face = Normalized(FaceCross({points[tri[0]][0], points[tri[0]][1], points[tri[0]][2]},
+                                                     {points[tri[1]][0], points[tri[1]][1], points[tri[1]][2]},
+                                                     {points[tri[2]][0], points[tri[2]][1], points[tri[2]][2]}));
+            cornerNormal[3 * t + k] = static_cast<std::uint32_t>(normalTable.size());
+            normalTable.push_back({{face[0] == 0.0f ? 0.0f : face[0], face[1] == 0.0f ? 0.0f : face[1],
+                                    face[2] == 0.0f ? 0.0f : face[2]}});
         }
     byPosition = {};
     points = {};
@@ -307,7 +314,7 @@ PreparedAsset PrepareAsset(MeshAsset const& asset, double creaseDegrees, std::ui
             std::size_t const firstVertex = out.source.size();
             for (std::uint32_t e = offsets[c]; e < offsets[c + 1]; ++e) {
                 std::uint32_t const i = grouped[e];
-                auto const& n = cornerNormals[corner + i];
+                auto const& n = normalTable[cornerNormal[corner + i]];
                 Float3 const normal{n[0], n[1], n[2]};
                 std::size_t v = firstVertex;
                 while (v < out.source.size() && out.normals[v] != normal)
@@ -322,7 +329,7 @@ PreparedAsset PrepareAsset(MeshAsset const& asset, double creaseDegrees, std::ui
         corner += corners;
         prepared.verticesRemapped += out.source.size();
     }
-    cornerNormals = {};
+    smooth = {};
     prepared.normalsSeconds = SecondsSince(start);
 
     // Split and reorder each primitive; the statistics follow what is written.
