@@ -304,6 +304,13 @@ TEST_F(ZguTest, ImageKtx2IsReadByAnIndependentParser)
         EXPECT_EQ(dumps[0].levels[level], std::string(png.rgba.begin(), png.rgba.end())) << "level " << level;
     }
     EXPECT_EQ(dumps[1].levels[0], dumps[0].levels[0]); // level 0 is the input either way
+    // The linear chain's levels differ from the sRGB one's, and match its PNGs.
+    ASSERT_EQ(Run("image in.png --linear -o png/l8").exitCode, 0);
+    for (unsigned level = 1; level < 4; ++level) {
+        Png const png = LoadPng(Path("png/l8-mip0" + std::to_string(level) + ".png"));
+        EXPECT_EQ(dumps[1].levels[level], std::string(png.rgba.begin(), png.rgba.end())) << "level " << level;
+        EXPECT_NE(dumps[1].levels[level], dumps[0].levels[level]) << "level " << level;
+    }
 
     // The float files hold the linear chain: halves round it, 8-bit sRGB
     // encodes it.
