@@ -180,20 +180,26 @@ TEST_F(MeshFiles, TexturesAreNamedFromTheOutputsFolder)
     material.textures[OcclusionTexture] =
         MaterialTexture{"C:\\Users\\me\\metal.png", -1, 0, WrapMode::Repeat, WrapMode::Repeat};
     material.textures[MetallicRoughnessTexture] =
-        MaterialTexture{"gone.png", -1, 0, WrapMode::Repeat, WrapMode::Repeat};
+        MaterialTexture{"sub\\gone.png", -1, 0, WrapMode::Repeat, WrapMode::Repeat};
+    MeshMaterial elsewhere;
+    elsewhere.textures[BaseColorTexture] =
+        MaterialTexture{"D:\\art\\gone.png", -1, 0, WrapMode::Repeat, WrapMode::Repeat};
     MeshMaterial embedded;
     embedded.textures[BaseColorTexture] = MaterialTexture{"", 0, 0, WrapMode::Repeat, WrapMode::Repeat};
 
     std::vector<std::string> missing;
     std::vector<MeshMaterial> const moved =
-        MaterialsForOutput({material, embedded}, dir_ / "in", dir_ / "out" / "deeper", missing);
-    ASSERT_EQ(moved.size(), 2u);
+        MaterialsForOutput({material, embedded, elsewhere}, dir_ / "in", dir_ / "out" / "deeper", missing);
+    ASSERT_EQ(moved.size(), 3u);
     EXPECT_EQ(moved[0].textures[BaseColorTexture]->uri, "../../in/tex/wood.png");
     EXPECT_EQ(moved[0].textures[NormalTexture]->uri, "../../in/tex/wood.png");
     EXPECT_EQ(moved[0].textures[EmissiveTexture]->uri, "../../in/metal.png");
     EXPECT_EQ(moved[0].textures[OcclusionTexture]->uri, "../../in/metal.png");
-    EXPECT_EQ(moved[0].textures[MetallicRoughnessTexture]->uri, "gone.png");
-    EXPECT_EQ(missing, std::vector<std::string>{"gone.png"});
+    // Missing ones are named where the input expects them, unless that is
+    // on a drive of another machine.
+    EXPECT_EQ(moved[0].textures[MetallicRoughnessTexture]->uri, "../../in/sub/gone.png");
+    EXPECT_EQ(moved[2].textures[BaseColorTexture]->uri, "D:/art/gone.png");
+    EXPECT_EQ(missing, (std::vector<std::string>{"sub\\gone.png", "D:\\art\\gone.png"}));
     EXPECT_EQ(moved[1], embedded);
 
     std::vector<std::string> none;

@@ -186,9 +186,15 @@ FileResult RunMeshFile(MeshOptions const& options, BatchFile const& file)
         if (written.indexBits == 32 && written.vertices > Rendering::MaxSubmeshVertexCount)
             warnings.push_back(Quoted(output) + " holds one index list, so its " + std::to_string(written.vertices) +
                                " vertices take 32-bit indices; write .glb, .gltf or .obj for 16-bit submeshes");
-        for (std::string const& name : missing)
-            warnings.push_back("texture '" + name + "' of " + Quoted(file.input) +
-                               " was not found; the output names it anyway");
+        if (!missing.empty()) {
+            std::string list;
+            for (std::string const& name : missing) {
+                list += list.empty() ? "" : ", ";
+                list += name;
+            }
+            warnings.push_back("textures of " + Quoted(file.input) + " not found (the output names them anyway): " +
+                               list);
+        }
     }
     if (!dropped.empty())
         warnings.push_back(Quoted(file.input) + (format != nullptr ? " -> " + Quoted(output) : std::string()) +

@@ -165,7 +165,15 @@ std::vector<MeshMaterial> MaterialsForOutput(std::vector<MeshMaterial> materials
             if (found.empty()) {
                 if (std::find(missing.begin(), missing.end(), texture->uri) == missing.end())
                     missing.push_back(texture->uri);
-                continue; // named as the input names it
+                // Where the input expects it, seen from the output; a path on
+                // another machine's drive stays as it is.
+                bool const drive = name.size() >= 2 && std::isalpha(static_cast<unsigned char>(name[0])) &&
+                                   name[1] == ':';
+                if (drive || fs::path(name).is_absolute()) {
+                    texture->uri = name;
+                    continue;
+                }
+                found = inputFolder / name;
             }
             fs::path const from = fs::weakly_canonical(fs::absolute(found, error), error);
             fs::path const relative = from.lexically_relative(to);
