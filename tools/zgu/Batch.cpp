@@ -186,7 +186,7 @@ void AddBatchOptions(CLI::App& command, BatchOptions& options, std::string const
         ->type_name("DIR");
     command.add_option("-j,--jobs", options.jobs, "files to work on at once (device work stays on one thread)")
         ->type_name("N")
-        ->check(CLI::Range(1u, 256u))
+        ->check(NumberBetween(1.0, 256.0, true))
         ->capture_default_str();
     command.add_option("--report", options.report,
                        "write a JSON report on every file to FILE (- for stdout; schema in docs/zgu-report.md)")
