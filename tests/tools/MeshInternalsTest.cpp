@@ -129,9 +129,13 @@ TEST_F(MeshFiles, DeclaredCountsMustFitTheFile)
         {"comment.off", "# made by hand\nOFF\n# counts next\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2", false},
         {"huge.off", "OFF\n353535235358 6 0\n0 0 0\n1 0 0\n", true},
         {"overflow.off", "OFF\n99999999999999999999999 1 0\n0 0 0\n", true},
-        {"faces.off", "OFF\n3 100 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", true},
-        // Colours per vertex need room too.
-        {"colour.off", "COFF\n3 0 0\n0 0 0\n1 0 0\n0 1 0\n", true},
+        {"faces.off", "OFF\n3 5000 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", true},
+        // A little short: truncated, and left to the importer to read what is there.
+        {"short.off", "OFF\n3 100 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", false},
+        // Colours per vertex need room too: 1000 vertices of 3 values fit
+        // twice the 2000 bytes and the slack; of 6, not.
+        {"plain.off", "OFF\n1000 0 0\n" + std::string(2000, ' '), false},
+        {"colour.off", "COFF\n1000 0 0\n" + std::string(2000, ' '), true},
         {"counts-first.off", "3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n", false},
         {"not-counts.off", "OFF\nthree one zero\n", false},
         {"fits.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
@@ -143,10 +147,13 @@ TEST_F(MeshFiles, DeclaredCountsMustFitTheFile)
          "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
          "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + binaryBody,
          false},
-        // Five vertices of 12 bytes cannot share 49 bytes with a face.
         {"short-binary.ply",
          "ply\nformat binary_little_endian 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\n"
          "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + binaryBody,
+         false},
+        {"lying-binary.ply",
+         "ply\nformat binary_little_endian 1.0\nelement vertex 500\nproperty float x\nproperty float y\n"
+         "property float z\nend_header\n" + binaryBody,
          true},
         {"unended.ply", "ply\nformat ascii 1.0\nelement vertex 4000000000\nproperty float x\n", false},
         {"other.obj", "v 0 0 0\n", false},

@@ -60,6 +60,14 @@ bool ParseCount(std::string_view token, std::uint64_t& value)
     return end == token.data() + token.size() || error == std::errc::result_out_of_range;
 }
 
+// A file a little short of its counts is truncated, and its importer reads
+// what there is; one whose counts need more than twice what it holds would
+// have memory reserved for elements it cannot contain.
+bool Lies(std::uint64_t needed, std::uint64_t body)
+{
+    return needed > SaturatingSum(SaturatingProduct(body, 2), 4096);
+}
+
 void RefuseCounts(fs::path const& path, std::string const& claim, std::uint64_t bodyBytes)
 {
     throw Failure(Quoted(path) + " declares " + claim + " but holds only " + std::to_string(bodyBytes) +
@@ -67,7 +75,7 @@ void RefuseCounts(fs::path const& path, std::string const& claim, std::uint64_t 
 }
 
 // Every element of an ASCII file takes at least a digit and a separator per
-// value; the last value may end the file without its separator.
+// value.
 void CheckOff(fs::path const& path, std::string const& head, std::uint64_t fileSize)
 {
     std::size_t at = 0;
@@ -110,7 +118,7 @@ void CheckOff(fs::path const& path, std::string const& head, std::uint64_t fileS
     std::uint64_t const body = fileSize - std::min<std::uint64_t>(at, fileSize);
     std::uint64_t const needed = SaturatingSum(SaturatingProduct(vertices, 2 * SaturatingSum(dimensions, extra)),
                                                SaturatingProduct(faces, 2));
-    if (needed > body + 1)
+    if (Lies(needed, body))
         RefuseCounts(path, std::to_string(vertices) + " vertices and " + std::to_string(faces) + " faces", body);
 }
 
@@ -186,7 +194,7 @@ void CheckPly(fs::path const& path, std::string const& head, std::uint64_t fileS
     std::uint64_t needed = 0;
     for (Element const& element : elements)
         needed = SaturatingSum(needed, SaturatingProduct(element.count, element.minimumBytes));
-    if (needed > body + (ascii ? 1 : 0)) {
+    if (Lies(needed, body)) {
         std::string claim;
         for (Element const& element : elements) {
             if (!claim.empty())
@@ -250,7 +258,11 @@ std::string MimeTypeOf(aiTexture const& texture)
 
 class SceneConverter {
 public:
-    SceneConverter(aiScene const& scene, MeshAsset& asset) : scene_(scene), asset_(asset) {}
+    // `emptied`: meshes whose every face was invalid, which are no point clouds.
+    SceneConverter(aiScene const& scene, std::unordered_set<aiMesh const*> const& emptied, MeshAsset& asset)
+        : scene_(scene), emptied_(emptied), asset_(asset)
+    {
+    }
 
     void Convert()
     {
@@ -277,7 +289,7 @@ private:
         if (meshIndex >= scene_.mNumMeshes || scene_.mMeshes == nullptr)
             return false;
         aiMesh const* mesh = scene_.mMeshes[meshIndex];
-        return mesh != nullptr && mesh->mVertices != nullptr && mesh->mNumVertices != 0 && mesh->mFaces != nullptr;
+        return mesh != nullptr && mesh->mVertices != nullptr && mesh->mNumVertices != 0;
     }
 
     // Every mesh where the node tree places it (a mesh placed twice is
@@ -383,6 +395,8 @@ private:
     {
         aiMesh const& mesh = *instance.mesh;
         if (first) {
+            bool const faceless = mesh.mFaces == nullptr || mesh.mNumFaces == 0;
+            asset_.Drop("point_clouds", faceless && emptied_.count(&mesh) == 0 ? 1 : 0);
             asset_.Drop("skinned_meshes", mesh.mNumBones != 0 ? 1 : 0);
             asset_.Drop("morph_targets", mesh.mNumAnimMeshes);
             asset_.Drop("tangent_sets", mesh.mTangents != nullptr ? 1 : 0);
@@ -422,7 +436,7 @@ private:
 
         std::uint64_t pointsAndLines = 0;
         std::uint64_t invalid = 0;
-        for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        for (unsigned f = 0; mesh.mFaces != nullptr && f < mesh.mNumFaces; ++f) {
             aiFace const& face = mesh.mFaces[f];
             if (face.mNumIndices == 1 || face.mNumIndices == 2) {
                 ++pointsAndLines;
@@ -609,6 +623,7 @@ private:
     static constexpr unsigned Fallback = std::numeric_limits<unsigned>::max();
 
     aiScene const& scene_;
+    std::unordered_set<aiMesh const*> const& emptied_;
     MeshAsset& asset_;
     std::vector<Instance> instances_;
     std::map<int, std::int32_t> images_;
@@ -618,7 +633,7 @@ private:
 // bounds with (an index past the mesh's vertices) go before it runs, and each
 // mesh's primitive types are set from the faces it keeps: the triangulation
 // asserts that a mesh said to hold polygons holds one.
-std::uint64_t RemoveInvalidFaces(aiScene& scene)
+std::uint64_t RemoveInvalidFaces(aiScene& scene, std::unordered_set<aiMesh const*>& emptied)
 {
     std::uint64_t removed = 0;
     for (unsigned m = 0; scene.mMeshes != nullptr && m < scene.mNumMeshes; ++m) {
@@ -653,6 +668,8 @@ std::uint64_t RemoveInvalidFaces(aiScene& scene)
             std::swap(mesh->mFaces[kept].mIndices, face.mIndices);
             ++kept;
         }
+        if (kept == 0 && mesh->mNumFaces != 0)
+            emptied.insert(mesh);
         mesh->mNumFaces = kept;
         mesh->mPrimitiveTypes = types;
     }
@@ -705,8 +722,9 @@ MeshAsset ImportMeshAsset(fs::path const& path)
     importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
     aiScene const* scene = importer.ReadFile(path.string(), 0);
     std::uint64_t invalidFaces = 0;
+    std::unordered_set<aiMesh const*> emptied;
     if (scene != nullptr) {
-        invalidFaces = RemoveInvalidFaces(*const_cast<aiScene*>(scene));
+        invalidFaces = RemoveInvalidFaces(*const_cast<aiScene*>(scene), emptied);
         scene = importer.ApplyPostProcessing(aiProcess_Triangulate);
     }
     if (scene == nullptr) {
@@ -720,7 +738,7 @@ MeshAsset ImportMeshAsset(fs::path const& path)
 
     MeshAsset asset;
     asset.Drop("invalid_faces", invalidFaces);
-    SceneConverter(*scene, asset).Convert();
+    SceneConverter(*scene, emptied, asset).Convert();
     if (asset.primitives.empty()) {
         std::string held;
         for (auto const& [what, count] : asset.dropped) {
