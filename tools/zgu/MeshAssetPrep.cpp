@@ -234,12 +234,29 @@ PreparedAsset PrepareAsset(MeshAsset const& asset, double creaseDegrees, std::ui
     std::vector<Surface> surfaces(asset.primitives.size());
     std::vector<std::array<std::uint32_t, 3>> byPosition;
     byPosition.reserve(prepared.trianglesIn);
+    std::vector<std::uint32_t> renumber(points.size(), None); // position class -> this primitive's class
     for (std::size_t p = 0; p < asset.primitives.size(); ++p) {
         MeshPrimitive const& primitive = asset.primitives[p];
         Surface& surface = surfaces[p];
-        std::size_t width = 0;
-        std::vector<std::uint32_t> const words = AttributeWords(primitive, width);
-        surface.attributeVertex = JoinEqual(words, width, surface.classFirst);
+        if (primitive.uvSets.empty() && primitive.colorSets.empty()) {
+            // The position is the whole vertex: the position join has done
+            // the work, renumbered here for this primitive alone.
+            surface.attributeVertex.resize(primitive.positions.size());
+            for (std::size_t v = 0; v < primitive.positions.size(); ++v) {
+                std::uint32_t& number = renumber[positionClass[positionBase[p] + v]];
+                if (number == None) {
+                    number = static_cast<std::uint32_t>(surface.classFirst.size());
+                    surface.classFirst.push_back(static_cast<std::uint32_t>(v));
+                }
+                surface.attributeVertex[v] = number;
+            }
+            for (std::uint32_t const first : surface.classFirst)
+                renumber[positionClass[positionBase[p] + first]] = None;
+        } else {
+            std::size_t width = 0;
+            std::vector<std::uint32_t> const words = AttributeWords(primitive, width);
+            surface.attributeVertex = JoinEqual(words, width, surface.classFirst);
+        }
         prepared.verticesIn += surface.classFirst.size();
         for (Triangle const& triangle : primitive.triangles) {
             std::array<std::uint32_t, 3> at{};
