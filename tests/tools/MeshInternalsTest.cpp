@@ -144,11 +144,13 @@ TEST_F(MeshFiles, DeclaredCountsMustFitTheFile)
          false},
         {"huge.ply", "ply\nformat ascii 1.0\nelement vertex 4000000000\nproperty float x\nend_header\n0\n1\n", true},
         {"binary.ply",
-         "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+         "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+         "property float z\n"
          "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + binaryBody,
          false},
         {"short-binary.ply",
-         "ply\nformat binary_little_endian 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\n"
+         "ply\nformat binary_little_endian 1.0\nelement vertex 5\nproperty float x\nproperty float y\n"
+         "property float z\n"
          "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + binaryBody,
          false},
         {"lying-binary.ply",

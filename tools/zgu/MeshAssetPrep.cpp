@@ -142,7 +142,8 @@ std::vector<T> Gather(std::vector<T> const& values, std::vector<std::uint32_t> c
 }
 
 // A part's attributes for the given primitive vertices, in their order.
-MeshPart GatherPart(MeshPrimitive const& primitive, Remapped const& remapped, std::vector<std::uint32_t> const& vertices)
+MeshPart GatherPart(MeshPrimitive const& primitive, Remapped const& remapped,
+                    std::vector<std::uint32_t> const& vertices)
 {
     MeshPart part;
     part.material = primitive.material;
@@ -226,7 +227,8 @@ PreparedAsset PrepareAsset(MeshAsset const& asset, double creaseDegrees, std::ui
     points.reserve(positionFirsts.size());
     for (std::uint32_t const first : positionFirsts) {
         std::uint32_t const* word = positionWords.data() + std::size_t(first) * 3;
-        points.push_back({{std::bit_cast<float>(word[0]), std::bit_cast<float>(word[1]), std::bit_cast<float>(word[2])}});
+        points.push_back(
+            {{std::bit_cast<float>(word[0]), std::bit_cast<float>(word[1]), std::bit_cast<float>(word[2])}});
     }
     positionWords = {};
 
@@ -369,7 +371,8 @@ PreparedAsset PrepareAsset(MeshAsset const& asset, double creaseDegrees, std::ui
             positions.push_back({{position[0], position[1], position[2]}});
         }
         if (vertexCount > Rendering::MaxSubmeshVertexCount && layout == PartLayout::Submeshes16)
-            progress("splitting " + std::to_string(vertexCount) + " vertices into 16-bit submeshes and reordering each");
+            progress("splitting " + std::to_string(vertexCount) +
+                     " vertices into 16-bit submeshes and reordering each");
         std::vector<Rendering::Submesh> const submeshes = Rendering::SplitInto16BitSubmeshes(
             std::span<Math::point<float, 3> const>(positions), std::span<std::uint32_t const>(out.corners), cacheSize);
 

@@ -79,7 +79,11 @@ bool IsUtf8(std::string const& text)
     std::size_t i = 0;
     while (i < text.size()) {
         auto const byte = static_cast<unsigned char>(text[i]);
-        std::size_t const length = byte < 0x80 ? 1 : (byte >> 5) == 6 ? 2 : (byte >> 4) == 14 ? 3 : (byte >> 3) == 30 ? 4 : 0;
+        std::size_t const length = byte < 0x80          ? 1
+                                   : (byte >> 5) == 6  ? 2
+                                   : (byte >> 4) == 14 ? 3
+                                   : (byte >> 3) == 30 ? 4
+                                                       : 0;
         if (length == 0 || i + length > text.size())
             return false;
         for (std::size_t k = 1; k < length; ++k)

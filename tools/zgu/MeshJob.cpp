@@ -59,7 +59,8 @@ void NormaliseImages(MeshAsset& asset)
             for (std::size_t i = 0; i + 3 < rgba.size(); i += 4)
                 std::swap(rgba[i], rgba[i + 2]); // BGRA to RGBA
             if (image.width != 0 && image.height != 0 && image.width < (1u << 15) && image.height < (1u << 15))
-                png = EncodePng(int(image.width), int(image.height), reinterpret_cast<unsigned char const*>(rgba.data()));
+                png = EncodePng(int(image.width), int(image.height),
+                                reinterpret_cast<unsigned char const*>(rgba.data()));
         } else if (image.bytes.size() < (1u << 30)) {
             int width = 0;
             int height = 0;
