@@ -599,7 +599,9 @@ TEST_F(ZguTest, MeshInputsThatCrashHangOrExhaustTheImporterFailAloneWithOneLine)
     // A truncated SMD: its parser never leaves the node list.
     Write("batch/hang.smd", "version 1\nnodes\n0 \"a\"");
     // A header promising 400 million vertices (4.8 GB) to a 60-byte file.
-    Write("batch/bomb.x", "xof 0303txt 0032\nMesh m {\n 400000000;\n 0.0;0.0;0.0;;\n}\n");
+    // Sanitizer builds apply no memory limit, and would fill them.
+    if (!SanitizerBuild())
+        Write("batch/bomb.x", "xof 0303txt 0032\nMesh m {\n 400000000;\n 0.0;0.0;0.0;;\n}\n");
     // Counts an OFF file cannot hold: refused before the importer reserves them.
     Write("batch/lies.off", "OFF\n353535235358 6 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n");
     // A face promised and missing, which Assimp's triangulation asserts on.
@@ -627,7 +629,8 @@ TEST_F(ZguTest, MeshInputsThatCrashHangOrExhaustTheImporterFailAloneWithOneLine)
     std::map<std::string, Json> byName;
     for (Json const& file : report["files"])
         byName[fs::path(file["input"].get<std::string>()).filename().string()] = file;
-    ASSERT_EQ(byName.size(), 8u);
+    std::size_t const files = SanitizerBuild() ? 7 : 8;
+    ASSERT_EQ(byName.size(), files);
     auto const error = [&byName](char const* name) { return byName[name].value("error", std::string()); };
 
     EXPECT_EQ(byName["good.obj"]["status"], "ok");
@@ -652,7 +655,7 @@ TEST_F(ZguTest, MeshInputsThatCrashHangOrExhaustTheImporterFailAloneWithOneLine)
         << error("truncated.off");
 
     // Every failure is one line on stderr, and nothing of a failed file is left.
-    EXPECT_EQ(CountLines(result.err, "zgu: [") , 8u) << result.err;
+    EXPECT_EQ(CountLines(result.err, "zgu: ["), files) << result.err;
     for (auto const& [name, file] : byName)
         if (file["status"] == "failed") {
             EXPECT_EQ(error(name.c_str()).find('\n'), std::string::npos);
