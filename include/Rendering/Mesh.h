@@ -31,7 +31,12 @@ ZGU_API void Tipsify(std::uint16_t const* indices, std::uint16_t* result, unsign
 // by area, for faces whose normals differ from the corner's face by less than
 // angle (radians). A corner nothing contributes to is NaN (degenerate faces).
 // Only shared indices blend: coincident positions under different indices do
-// not.
+// not. The test is strict and the corner's own face takes it too, against
+// cos(angle) rounded to float: at an angle of 0, or one below about 2.4e-4
+// where that cosine rounds to 1, a corner whose face normal came out of its
+// division no longer than 1 gets NaN rather than its face normal. For flat
+// shading pass a small angle such as 1e-3 (faces within 0.06 degrees of
+// each other still blend).
 ZGU_API std::vector<Math::point<float, 3>> CalculateSmoothTriangleVertexNormals(
     span<Math::point<float, 3> const> positions, span<std::array<std::uint32_t, 3> const> triangles, double angle);
 ZGU_API std::vector<Math::point<float, 3>> CalculateSmoothTriangleVertexNormals(
