@@ -77,7 +77,8 @@ void* RecordingGpu::MapBuffer(BufferId buffer, std::uint32_t mode)
     }
     // A staging copy, so that writes through a read map never reach the buffer.
     map.staging.assign(b->bytes.begin(), b->bytes.end());
-    map.staging.resize(std::max<std::size_t>(map.staging.size(), 1));
+    if (map.staging.empty())
+        map.staging.assign(1, std::byte{0});
     map.data = map.staging.data();
     b->map = std::move(map);
     s.Current().result = 1;

@@ -12,9 +12,12 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -24,11 +27,31 @@ namespace Zorvan::Rendering::Testing::Recording {
 inline constexpr std::size_t OpCount = static_cast<std::size_t>(Op::CreateQuery) + 1;
 inline constexpr std::uint64_t NoHandle = ~std::uint64_t{0};
 
+// Leaves the bytes that resize() adds as they come, so that staging about
+// to be overwritten whole is not zero-filled first.
+template <typename T>
+struct UninitializedAllocator : std::allocator<T> {
+    template <typename U>
+    struct rebind {
+        using other = UninitializedAllocator<U>;
+    };
+    template <typename U>
+    void construct(U* p) noexcept
+    {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... Args>
+    void construct(U* p, Args&&... args)
+    {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
+};
+
 // One open map: the staging bytes the caller sees until the unmap.
 struct MapState {
     std::uint32_t mode = 0;
     bool failed = false; // the map returned null; the unmap that follows is still expected
-    std::vector<std::byte> staging;
+    std::vector<std::byte, UninitializedAllocator<std::byte>> staging;
     std::byte* data = nullptr;
     std::int32_t rowPitch = 0;
     std::int32_t slicePitch = 0;

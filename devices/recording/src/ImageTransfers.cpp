@@ -84,14 +84,18 @@ MappedImage RecordingGpu::MapImage(ImageId image, SubImage const& where, std::ui
     std::size_t const rowBytes = std::size_t{i->pixelSize} * e.width;
     std::int64_t const pitch = static_cast<std::int64_t>(rowBytes) + s.rowPitchPadding;
     std::size_t const total = static_cast<std::size_t>(pitch) * e.rows * e.slices;
-    map.staging.assign(std::max<std::size_t>(total, 1), PaddingByte);
+    // A write map of an image the host cannot read hands out unspecified
+    // bytes (the padding pattern), as real devices may: write every byte.
+    bool const filled = mode == MapMode::Read || (i->description.flags & ImageUsage::HostRead) != 0;
+    if (filled && s.rowPitchPadding == 0 && total != 0)
+        map.staging.resize(total); // every byte is a texel the transfer writes
+    else
+        map.staging.assign(std::max<std::size_t>(total, 1), PaddingByte);
     map.rowPitch = static_cast<std::int32_t>(s.negativeRowPitch ? -pitch : pitch);
     map.slicePitch = static_cast<std::int32_t>(map.rowPitch * static_cast<std::int64_t>(e.rows));
     // Bottom-up: row 0 of slice 0 is the last row in memory.
     map.data = map.staging.data() + (s.negativeRowPitch && total != 0 ? total - static_cast<std::size_t>(pitch) : 0);
-    // A write map of an image the host cannot read hands out unspecified
-    // bytes (the padding pattern), as real devices may: write every byte.
-    if (mode == MapMode::Read || (i->description.flags & ImageUsage::HostRead) != 0)
+    if (filled)
         Transfer<true>(i->Bytes(where, 0), e, rowBytes, map.data, map.rowPitch, map.slicePitch);
 
     MappedImage const result{map.data, map.rowPitch, map.slicePitch};
