@@ -168,6 +168,7 @@ def main():
     parser.add_argument("results", nargs="+")
     args = parser.parse_args()
     runs, context, gl_context = load(args.results)
+    repetitions = max((entry.get("repetitions", 1) for entry in runs.values()), default=1)
     table = list(rows(runs))
     gpu_row = gpu_readback_row(runs, gl_context)
     if gpu_row:
@@ -176,12 +177,13 @@ def main():
            f"Machine: {machine()} ({context.get('num_cpus', '?')} logical CPUs at "
            f"{context.get('mhz_per_cpu', '?')} MHz).",
            "",
-           "Throughputs are medians of 3 repetitions (`--benchmark_repetitions=3`, the repetitions of a suite's "
-           "benchmarks randomly interleaved); ours and the anchor run in the same process on the same data. "
-           "Ratio = our throughput / the anchor's. Single-threaded jobs are timed by CPU time, the oneTBB-parallel ones (normals, remap, remap_step, split) and the GL jobs by the wall clock. The machine's two "
-           "cores were shared with other builds while this ran (load averages below), so the numbers are noisy; "
-           "`scripts/bench` runs each suite at the highest scheduling priority when it may, to keep the others' "
-           "load out of the wall-clock times.",
+           f"Throughputs are medians of {repetitions} repetitions (`--benchmark_repetitions={repetitions}`, the "
+           "repetitions of a suite's benchmarks randomly interleaved); ours and the anchor run in the same process "
+           "on the same data. Ratio = our throughput / the anchor's. Single-threaded jobs are timed by CPU time, "
+           "the oneTBB-parallel ones (normals, remap, remap_step, split) and the GL jobs by the wall clock. The "
+           "machine has two cores that other work may share (load averages below: above about 1.5 the numbers "
+           "are noisy); `scripts/bench` runs each suite at the highest scheduling priority when it may, to keep "
+           "others' load out of the wall-clock times.",
            "",
            *([f"GL rows (`GL:`) ran on the renderer **{gl_context['gl_renderer']}** "
               f"({gl_context.get('gl_version', '?')}, EGL {gl_context.get('gl_platform', '?')} platform); each call "
