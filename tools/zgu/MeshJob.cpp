@@ -2,16 +2,7 @@
 
 #include "Errors.h"
 #include "MeshIo.h"
-
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
-#endif
-#include <stb_image.h>
-#include <stb_image_write.h>
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
+#include "StbImage.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,15 +1,7 @@
 #include "Png.h"
 
 #include "Errors.h"
-
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
-#endif
-#include <stb_image_write.h>
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
+#include "StbImage.h"
 
 namespace Zorvan::Tool {
 
