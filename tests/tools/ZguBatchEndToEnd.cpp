@@ -183,34 +183,12 @@ TEST_F(ZguTest, CtrlCLeavesNoPartialOutput)
     }
     ASSERT_NE(stbi_write_bmp(Path("big.bmp").c_str(), size, size, 4, rgba.data()), 0);
 
-    std::string const command = Command("image big.bmp -o out/big --format rgba32f") + " >stdout.txt 2>stderr.txt";
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    ASSERT_GT(child, 0);
-    // Wait until level files are being written into the staging folder.
-    bool signalled = false;
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-    while (!signalled && std::chrono::steady_clock::now() < deadline) {
-        if (::waitpid(child, nullptr, WNOHANG) == child)
-            GTEST_SKIP() << "zgu finished before it could be interrupted";
-        std::error_code error;
-        for (auto const& entry : fs::directory_iterator(dir_, error))
-            if (entry.path().filename().string().find(".staging") != std::string::npos &&
-                !fs::is_empty(entry.path(), error)) {
-                ::kill(child, SIGINT);
-                signalled = true;
-                break;
-            }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ASSERT_TRUE(signalled);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 128 + SIGINT);
+    // Once level files are being written into the staging folder.
+    Interruption const interrupted = InterruptWhileStaging("image big.bmp -o out/big --format rgba32f", true);
+    if (interrupted.finishedFirst)
+        GTEST_SKIP() << "zgu finished before it could be interrupted";
+    ASSERT_TRUE(interrupted.signalled);
+    EXPECT_EQ(interrupted.exitCode, 128 + SIGINT);
     EXPECT_NE(Slurp(Path("stderr.txt")).find("zgu: interrupted; removed 1 unfinished output"), std::string::npos)
         << Slurp(Path("stderr.txt"));
     EXPECT_TRUE(Leftovers(dir_).empty());

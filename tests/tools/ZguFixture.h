@@ -197,6 +197,46 @@ protected:
         return text.empty() ? "(no stacks: is gdb installed?)" : text;
     }
 
+    // Ctrl-C as a user presses it: starts zgu, sends SIGINT once a staging
+    // folder shows in the test's folder (holding a file, if asked), and waits
+    // for zgu. finishedFirst: zgu ended before it could be interrupted.
+    struct Interruption {
+        bool finishedFirst = false;
+        bool signalled = false;
+        int exitCode = -1;
+    };
+    Interruption InterruptWhileStaging(std::string const& arguments, bool stagingHoldsAFile) const
+    {
+        std::string const command = Command(arguments) + " >stdout.txt 2>stderr.txt";
+        char const* shell[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+        Interruption result;
+        pid_t child = -1;
+        if (::posix_spawn(&child, shell[0], nullptr, nullptr, const_cast<char**>(shell), environ) != 0)
+            return result;
+        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+        int status = 0;
+        while (!result.signalled && std::chrono::steady_clock::now() < deadline) {
+            if (::waitpid(child, &status, WNOHANG) == child) {
+                result.finishedFirst = true;
+                return result;
+            }
+            std::error_code error;
+            for (auto const& entry : fs::directory_iterator(dir_, error))
+                if (entry.path().filename().string().find(".staging") != std::string::npos &&
+                    (!stagingHoldsAFile || !fs::is_empty(entry.path(), error))) {
+                    ::kill(child, SIGINT);
+                    result.signalled = true;
+                    break;
+                }
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        if (!result.signalled)
+            ::kill(child, SIGKILL);
+        ::waitpid(child, &status, 0);
+        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return result;
+    }
+
     // A device command that could not find a display: skip here, fail in CI.
     bool SkipForMissingDisplay(Result const& result)
     {

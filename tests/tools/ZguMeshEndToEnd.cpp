@@ -780,33 +780,12 @@ TEST_F(ZguTest, MeshReportNamesMatchTheTableAndSurviveNamesThatAreNotUtf8)
 TEST_F(ZguTest, MeshCtrlCDuringExportLeavesNoPartialOutput)
 {
     Write("field.obj", ShuffledHeightFieldObj(400, 7));
-    std::string const command = Command("mesh field.obj -o out/field.ply --text") + " >stdout.txt 2>stderr.txt";
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    ASSERT_GT(child, 0);
-    // Wait for the staging folder, made just before the writer starts.
-    bool signalled = false;
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-    while (!signalled && std::chrono::steady_clock::now() < deadline) {
-        if (::waitpid(child, nullptr, WNOHANG) == child)
-            GTEST_SKIP() << "zgu finished before it could be interrupted";
-        std::error_code error;
-        for (auto const& entry : fs::directory_iterator(dir_, error))
-            if (entry.path().filename().string().find(".staging") != std::string::npos) {
-                ::kill(child, SIGINT);
-                signalled = true;
-                break;
-            }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    ASSERT_TRUE(signalled);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 128 + SIGINT);
+    // The staging folder is made just before the writer starts.
+    Interruption const interrupted = InterruptWhileStaging("mesh field.obj -o out/field.ply --text", false);
+    if (interrupted.finishedFirst)
+        GTEST_SKIP() << "zgu finished before it could be interrupted";
+    ASSERT_TRUE(interrupted.signalled);
+    EXPECT_EQ(interrupted.exitCode, 128 + SIGINT);
     EXPECT_TRUE(Leftovers(dir_).empty());
     EXPECT_FALSE(fs::exists(Path("out/field.ply")));
 
