@@ -197,6 +197,17 @@ protected:
         return text.empty() ? "(no stacks: is gdb installed?)" : text;
     }
 
+    // A command line zgu must refuse before any work: exit code 2 and one
+    // line on stderr, starting "zgu: " and holding `message`.
+    void ExpectUsageError(std::string const& arguments, std::string const& message) const
+    {
+        Result const result = Run(arguments);
+        EXPECT_EQ(result.exitCode, 2) << arguments << "\n" << result.err;
+        EXPECT_EQ(CountLines(result.err, ""), 1u) << arguments << "\n" << result.err;
+        EXPECT_EQ(result.err.rfind("zgu: ", 0), 0u) << arguments << "\n" << result.err;
+        EXPECT_NE(result.err.find(message), std::string::npos) << arguments << "\n" << result.err;
+    }
+
     // Ctrl-C as a user presses it: starts zgu, sends SIGINT once a staging
     // folder shows in the test's folder (holding a file, if asked), and waits
     // for zgu. finishedFirst: zgu ended before it could be interrupted.

@@ -702,13 +702,8 @@ TEST_F(ZguTest, MeshUsageMistakesGetASpecificLineBeforeAnyWork)
         {"mesh folder -o x.glb", "'folder' is a folder; -o names one file's output"},
         {"mesh models --out-dir o", "'models/b.off' would be written as 'o/b.off', a format zgu mesh does not write"},
     };
-    for (Case const& c : cases) {
-        Result const result = Run(c.arguments);
-        EXPECT_EQ(result.exitCode, 2) << c.arguments << "\n" << result.err;
-        EXPECT_EQ(CountLines(result.err, ""), 1u) << c.arguments << "\n" << result.err;
-        EXPECT_EQ(result.err.rfind("zgu: ", 0), 0u) << c.arguments << "\n" << result.err;
-        EXPECT_NE(result.err.find(c.message), std::string::npos) << c.arguments << "\n" << result.err;
-    }
+    for (Case const& c : cases)
+        ExpectUsageError(c.arguments, c.message);
     for (char const* never : {"x.glb", "o", "out.fbx", "a"})
         EXPECT_FALSE(fs::exists(Path(never))) << never;
     EXPECT_TRUE(fs::is_regular_file(Path("afile")));
