@@ -28,16 +28,6 @@ void WriteImage(fs::path const& path, int size, char const* kind)
     ASSERT_NE(ok, 0) << path;
 }
 
-// Staging folders left anywhere below `root`.
-std::vector<std::string> Leftovers(fs::path const& root)
-{
-    std::vector<std::string> found;
-    for (auto const& entry : fs::recursive_directory_iterator(root))
-        if (entry.path().filename().string().find(".staging") != std::string::npos)
-            found.push_back(entry.path().string());
-    return found;
-}
-
 TEST_F(ZguTest, ImageBatchMirrorsFoldersAndReportsEveryFile)
 {
     WriteImage(Path("tex/a.png"), 8, "png");

@@ -51,6 +51,16 @@ inline std::string Slurp(fs::path const& path)
     return text.str();
 }
 
+// Staging folders a run left anywhere below `root`.
+inline std::vector<std::string> Leftovers(fs::path const& root)
+{
+    std::vector<std::string> found;
+    for (auto const& entry : fs::recursive_directory_iterator(root))
+        if (entry.path().filename().string().find(".staging") != std::string::npos)
+            found.push_back(entry.path().string());
+    return found;
+}
+
 struct Png {
     int width = 0;
     int height = 0;

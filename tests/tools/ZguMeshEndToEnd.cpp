@@ -316,16 +316,6 @@ std::string ShuffledHeightFieldObj(int n, unsigned seed)
     return obj;
 }
 
-// Staging folders a run left behind.
-std::vector<std::string> Leftovers(fs::path const& root)
-{
-    std::vector<std::string> found;
-    for (auto const& entry : fs::recursive_directory_iterator(root))
-        if (entry.path().filename().string().find(".staging") != std::string::npos)
-            found.push_back(entry.path().string());
-    return found;
-}
-
 bool SanitizerBuild()
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -15,7 +15,7 @@ constexpr std::size_t HeaderBytes = 12 + 9 * 4; // identifier, then nine UInt32 
 constexpr std::size_t IndexBytes = 4 * 4 + 2 * 8;
 constexpr std::size_t LevelIndexEntryBytes = 3 * 8;
 
-// Data format descriptor values (Khronos Data Format Specification).
+// Values of the data format descriptor that KTX2 readers expect: colour model and primaries.
 constexpr std::uint8_t ModelRgbsda = 1;
 constexpr std::uint8_t PrimariesBt709 = 1;
 constexpr std::uint8_t TransferLinear = 1;
